@@ -1,0 +1,97 @@
+#include "core/main_loop.h"
+
+#include "core/timeout.h"
+#include "dhcp/dhcp.h"
+#include "lib/utils.h"
+#include "lldp/lldp.h"
+
+#include <sys/select.h>
+#include <unistd.h>
+
+namespace {
+
+// The descriptors to wait for; afterwards those that are readable.
+class descriptor_set {
+public:
+    descriptor_set() { FD_ZERO(&set); }
+
+    void add(int fd) {
+        if (fd != -1) {
+            FD_SET(fd, &set);
+            largest = fd > largest ? fd : largest;
+        }
+    }
+    bool contains(int fd) const { return fd != -1 && FD_ISSET(fd, &set); }
+
+    // Waits `delay` milliseconds at most, without limit if negative. The count of readable
+    // descriptors, negative on error.
+    int wait(int delay) {
+        if (delay == 0) {
+            return 0;
+        }
+        if (delay > 0 && largest == 0) {
+            usleep(static_cast<useconds_t>(delay) * 1000);
+            return 0;
+        }
+        timeval limit = {};
+        limit.tv_sec = delay / 1000;
+        limit.tv_usec = delay % 1000 * 1000;
+        return select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
+    }
+
+private:
+    fd_set set;
+    int largest = 0;
+};
+
+void watch_clients(descriptor_set& watched) {
+    for (auto* each = dhcp::clients.first(); each; each = dhcp::clients.next(each)) {
+        watched.add(each->value.fd);
+        watched.add(each->value.arp_fd);
+    }
+    for (auto* each = lldp::clients.first(); each; each = lldp::clients.next(each)) {
+        watched.add(each->value.lldp_fd);
+    }
+}
+
+// Hands one packet, if there is one, from a readable descriptor of the map's entry `key` to its
+// handler. Handlers may remove entries, so each is looked up anew.
+template<class client>
+void serve(descriptor_set const& readable, smap<str, client> const& clients, str const& key,
+           int client::*fd, void (client::*handler)(str const&)) {
+    client* const entry = clients.find(key);
+    if (!entry || !readable.contains(entry->*fd)) {
+        return;
+    }
+    str const packet = utils::recv_raw_packet(entry->*fd);
+    if (!packet.empty()) {
+        (entry->*handler)(packet);
+    }
+}
+
+void serve_clients(descriptor_set const& readable) {
+    str key;
+    for (auto* each = dhcp::clients.first(); each; each = dhcp::clients.after(key)) {
+        key = each->key;
+        serve(readable, dhcp::clients, key, &dhcp::fd, &dhcp::process_data);
+        serve(readable, dhcp::clients, key, &dhcp::arp_fd, &dhcp::process_arp);
+    }
+    for (auto* each = lldp::clients.first(); each; each = lldp::clients.after(key)) {
+        key = each->key;
+        serve(readable, lldp::clients, key, &lldp::lldp_fd, &lldp::process_lldp);
+    }
+}
+
+} // namespace
+
+void main_loop_pass() {
+    descriptor_set descriptors;
+    watch_clients(descriptors);
+    int const ready = descriptors.wait(timeout_queue::global_queue.delay(true));
+    (void)rtimestamp::now(); // keeps count of the clock's wraps
+    if (ready == 0) {
+        timeout_queue::global_queue.next();
+    } else if (ready > 0) {
+        serve_clients(descriptors);
+    }
+}

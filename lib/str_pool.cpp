@@ -1,0 +1,128 @@
+// The block pool: size classes whose blocks, header included, are powers of two from 32 bytes to
+// 256 KiB. Blocks of a class are kept for reuse and never go back to the system; larger ones do.
+#include "lib/str.h"
+
+#include <bit>
+#include <climits>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr int header_size = sizeof(str::reference);
+constexpr int chunk_size = 16256; // bytes asked of the system at once
+constexpr int large_unit = 32768; // large blocks are multiples of this
+constexpr int largest_class_size = 262128;
+
+void* system_memory(size_t size) {
+    void* const memory = ::malloc(size);
+    if (!memory) {
+        abort(); // Nothing can go on without memory.
+    }
+    return memory;
+}
+
+int capacity_for(int size, int bin) {
+    if (bin < str::block_class_count) {
+        return str::get_bin_size(bin);
+    }
+    if (size > INT_MAX - large_unit) {
+        abort();
+    }
+    return (size + large_unit - 1) / large_unit * large_unit;
+}
+
+} // namespace
+
+constinit str::block_class str::block_size[block_class_count] = {
+    {16},    {48},    {112},   {240},    {496},    {1008}, {2032}, {4080}, {8176},
+    {16368}, {32752}, {65520}, {131056}, {262128}, {0},    {0},    {0},    {0},
+};
+constinit unsigned int str::allocated_size = 0;
+constinit int str::large_blocks = 0;
+
+int str::find_bin(int size) {
+    if (size > largest_class_size) {
+        return block_class_count;
+    }
+    // Class k holds 2^(k+5) - 16 bytes.
+    return size <= 16 ? 0 : std::bit_width(static_cast<unsigned int>(size + 15)) - 5;
+}
+
+str::reference* str::get_cstring_static(int size, str* owner) {
+    int const bin = find_bin(size);
+    reference* block = nullptr;
+    if (bin < block_class_count && block_size[bin].free_list) {
+        block = block_size[bin].free_list;
+        block_size[bin].free_list = block->next_free;
+    } else {
+        int const capacity = capacity_for(size, bin);
+        allocated_size += unsigned(capacity);
+        int const in_chunk = chunk_size / (capacity + header_size);
+        int const count = in_chunk > 1 ? in_chunk : 1;
+        (bin < block_class_count ? block_size[bin].carved : large_blocks) += count;
+        size_t const stride = size_t(capacity) + header_size;
+        char* const chunk = static_cast<char*>(system_memory(size_t(count) * stride));
+        block = reinterpret_cast<reference*>(chunk);
+        for (int i = count - 1; i > 0; --i) {
+            reference* const spare = reinterpret_cast<reference*>(chunk + size_t(i) * stride);
+            spare->capacity = capacity;
+            release_cstring(spare);
+        }
+        block->capacity = capacity;
+    }
+    block->flags = 0;
+    block->anchor = owner;
+    poison(block->data(), block->capacity);
+    unpoison(block->data(), size);
+    return block;
+}
+
+void str::release_cstring(reference* block) {
+    int const bin = find_bin(block->capacity);
+    if (bin == block_class_count) {
+        unpoison(block->data(), block->capacity);
+        ::free(block);
+        return;
+    }
+    poison(block->data(), block->capacity);
+    block->anchor = nullptr;
+    block->next_free = block_size[bin].free_list;
+    block_size[bin].free_list = block;
+}
+
+void* str::malloc(int size, bool array) {
+    reference* const block = get_cstring_static(size, nullptr);
+    block->flags = flag_pinned | flag_raw | (array ? unsigned(flag_array) : 0);
+    return block->data();
+}
+
+void str::free(void* memory) {
+    if (memory) {
+        release_cstring(static_cast<reference*>(memory) - 1);
+    }
+}
+
+str str::pool_statistics() {
+    str text;
+    unsigned int total = 0;
+    for (block_class const& each : block_size) {
+        total += unsigned(each.size) * unsigned(each.carved);
+        text += str::sprintf(" %d/%d", each.size, each.carved);
+    }
+    return str::sprintf("%u:%s %d", total, text, large_blocks);
+}
+
+// Array new and delete come from the pool; scalar ones are not used.
+void* operator new[](size_t size) {
+    if (size > INT_MAX) {
+        abort();
+    }
+    return str::malloc(int(size), true);
+}
+void operator delete[](void* memory) noexcept {
+    str::free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+    str::free(memory);
+}

@@ -1,0 +1,131 @@
+// The VLAN interface, and the start and stop of the address clients.
+#include "config/settings.h"
+#include "core/log.h"
+#include "dhcp/dhcp.h"
+#include "lib/utils.h"
+#include "lldp/lldp.h"
+
+#include <initializer_list>
+#include <linux/if_vlan.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int vlan_mtu = 1496; // leaves room for the tag in 1500 bytes
+
+// Never emptied: an interface is created once in the life of the process.
+constinit sset<int> created_vlans;
+
+void copy_name(char* destination, str const& name) {
+    str const clamped = name.leftstr(IFNAMSIZ - 1);
+    memcpy(destination, clamped.cbuffer(), size_t(clamped.length()));
+}
+
+void create_vlan(str const& base, str const& vlan_interface, int vlan, int priority) {
+    int const fd = utils::open_socket(AF_INET, SOCK_STREAM, 0);
+    vlan_ioctl_args request = {};
+    request.cmd = ADD_VLAN_CMD;
+    copy_name(request.device1, base);
+    request.u.VID = vlan;
+    (void)ioctl(fd, SIOCSIFVLAN, &request);
+    for (int command : {SET_VLAN_EGRESS_PRIORITY_CMD, SET_VLAN_INGRESS_PRIORITY_CMD}) {
+        vlan_ioctl_args mapping = {};
+        mapping.cmd = command;
+        copy_name(mapping.device1, vlan_interface);
+        mapping.u.skb_priority = 0;
+        mapping.vlan_qos = static_cast<short>(priority);
+        (void)ioctl(fd, SIOCSIFVLAN, &mapping);
+    }
+    close(fd);
+}
+
+void bring_up(str const& vlan_interface) {
+    int const fd = utils::open_socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq request = {};
+    copy_name(request.ifr_name, vlan_interface);
+    if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
+        request.ifr_flags |= IFF_UP;
+        (void)ioctl(fd, SIOCSIFFLAGS, &request);
+    }
+    request.ifr_mtu = vlan_mtu;
+    (void)ioctl(fd, SIOCSIFMTU, &request);
+    close(fd);
+}
+
+bool is_host_address(str const& ip) {
+    return ip.length() == 4 && !(ip == c_0_0_0_0) && ip[0] != 0 && ip[3] != 0;
+}
+
+// Ones, then at least one zero; neither 0.0.0.0 nor 255.255.255.255.
+bool is_contiguous_mask(str const& mask) {
+    if (mask.length() != 4) {
+        return false;
+    }
+    unsigned int const zeros = ~utils::str2ulong(mask, 0);
+    return zeros != 0 && zeros != ~0U && (zeros & (zeros + 1)) == 0;
+}
+
+} // namespace
+
+str lldp::setup_vlan_interface() const {
+    if (log_level >= 5) {
+        log_add_message(5, str::sprintf("Using VLAN %d", learnt_vlan_id), str::null);
+    }
+    str const vlan_interface = str::sprintf("%s.%d", name, learnt_vlan_id);
+    if (!created_vlans.contains(learnt_vlan_id)) {
+        created_vlans.insert(learnt_vlan_id);
+        create_vlan(name, vlan_interface, learnt_vlan_id, learnt_priority);
+        bring_up(vlan_interface);
+    }
+    return vlan_interface;
+}
+
+void lldp::start_dhcp() {
+    if (dhcp_started) {
+        return;
+    }
+    dhcp_started = true;
+    if (learnt_vlan_id == 0 && vlan_id >= 1 && vlan_id <= 4095 && vlan_prio >= 0 &&
+        vlan_prio <= 7) {
+        learnt_vlan_id = vlan_id;
+        learnt_priority = vlan_prio;
+    }
+    str const interface_name = learnt_vlan_id > 0 ? setup_vlan_interface() : name;
+    default_interface_index = get_interface_index(interface_name);
+    if (system_ipv4) {
+        start_ipv4(interface_name);
+    }
+}
+
+void lldp::start_ipv4(str const& interface_name) {
+    dhcp& client = dhcp::clients.find_or_insert(interface_name);
+    str const address = utils::compact_ip(ip_adr);
+    str const mask = utils::compact_ip(netmask);
+    bool const is_static =
+        use_dhcp == str::f && is_host_address(address) && is_contiguous_mask(mask);
+    if (!is_static) {
+        client.start(interface_name);
+        return;
+    }
+    client.stop();
+    client.interface = interface_name;
+    client.set(address, mask, str::null, utils::compact_ip(gateway));
+}
+
+// Intended: the client of the base interface is stopped, also when a VLAN interface is in use,
+// whose client goes on. Do not look for the VLAN's client.
+void lldp::stop() {
+    dhcp_started = false;
+    timer.clear();
+    counter = 0;
+    learnt_vlan_id = 0;
+    learnt_priority = 0;
+    learnt_dscp = 0;
+    if (system_ipv4) {
+        dhcp::clients.find_or_insert(name).stop();
+    }
+}
