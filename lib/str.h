@@ -15,6 +15,7 @@
 
 #include "lib/pool_poison.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -86,7 +87,7 @@ public:
     str& operator+=(char const* text);
     str& operator+=(unsigned char byte) {
         writable(1);
-        data()[length() - 1] = byte;
+        ref->data()[end - 1] = byte;
         return *this;
     }
     str& operator+=(char byte) { return *this += static_cast<unsigned char>(byte); }
@@ -263,6 +264,7 @@ private:
         return get_cstring_static(size, this);
     }
 
+    // Takes over the view of the other; this value must have no block.
     void linkto(str const& other) {
         ref = other.ref;
         start = other.start;
@@ -280,6 +282,12 @@ private:
     void remove_from_list();
     void compress();
     void move_to_smaller_block(int smaller);
+
+    static uint64_t big_endian_word(unsigned char const* bytes) {
+        uint64_t word;
+        memcpy(&word, bytes, sizeof word);
+        return std::endian::native == std::endian::big ? word : __builtin_bswap64(word);
+    }
 
     unsigned char* data() {
         return ref ? ref->data() + start : nullptr;
@@ -352,7 +360,17 @@ inline bool str::compare_sensitiv(unsigned char const* bytes, int count) const {
 
 inline int str::three_way(str const& other) const {
     int const common = length() < other.length() ? length() : other.length();
-    int const order = common ? memcmp(data(), other.data(), size_t(common)) : 0;
+    unsigned char const* const a = data();
+    unsigned char const* const b = other.data();
+    // Keys mostly differ early: a call of memcmp would cost more than the comparison.
+    if (common >= 8) {
+        uint64_t const first_a = big_endian_word(a);
+        uint64_t const first_b = big_endian_word(b);
+        if (first_a != first_b) {
+            return first_a < first_b ? -1 : 1;
+        }
+    }
+    int const order = common ? memcmp(a, b, size_t(common)) : 0;
     return order ? order : length() - other.length();
 }
 
