@@ -72,4 +72,4 @@ BENCHMARK(parse_dhcp)->Name("parse DHCP message/dhcp_packet");
 BENCHMARK(build_lldp)->Name("build LLDP frame/lldp");
 BENCHMARK(parse_lldp)->Name("parse LLDP frame/lldp_packet");
 
-} // namespace
+}  // namespace

@@ -27,4 +27,4 @@ void parse_settings(benchmark::State& state) {
 
 BENCHMARK(parse_settings)->Name("settings file/process_config_file")->Arg(20)->Arg(10000);
 
-} // namespace
+}  // namespace

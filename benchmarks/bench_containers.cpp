@@ -121,4 +121,4 @@ BENCHMARK(fill<std::map<int, int>, ascending_order>)
     ->Name("fill ascending/std::map")
     ->Apply(counts);
 
-} // namespace
+}  // namespace

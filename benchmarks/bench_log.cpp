@@ -77,4 +77,4 @@ BENCHMARK(dump_snprintf)->Name("hex dump/snprintf")->Arg(548);
 BENCHMARK(record)->Name("log record/log_add_message");
 BENCHMARK(level_off)->Name("log level off/log statement");
 
-} // namespace
+}  // namespace

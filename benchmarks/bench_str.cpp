@@ -103,4 +103,4 @@ BENCHMARK(concatenate<std::string>)->Name("concatenate/std::string")->Apply(size
 BENCHMARK(pool_block)->Name("block/pool")->Arg(16)->Arg(100)->Arg(1000)->Arg(4000);
 BENCHMARK(malloc_block)->Name("block/malloc")->Arg(16)->Arg(100)->Arg(1000)->Arg(4000);
 
-} // namespace
+}  // namespace

@@ -82,4 +82,4 @@ BENCHMARK(multimap_timers<random_order>)
     ->Arg(10)
     ->Arg(100);
 
-} // namespace
+}  // namespace

@@ -25,7 +25,7 @@ void process_phone_settings(xml_tree const& section) {
     }
 }
 
-} // namespace
+}  // namespace
 
 void process_config_file(str const& content) {
     if (!(content.leftstr(5) == "<?xml")) {

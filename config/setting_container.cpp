@@ -87,7 +87,7 @@ void assign(setting_container::setting const& setting, str const& value) {
     }
 }
 
-} // namespace
+}  // namespace
 
 void setting_container::set_provision(str const& name, str const& value, str const& perm,
                                       str const& idx) {

@@ -13,8 +13,8 @@ public:
     struct setting {
         setting_type type = type_integer;
         permission_type permission = read_and_write;
-        str name;                 // without index
-        void* variable = nullptr; // int, str or bool, by type
+        str name;                  // without index
+        void* variable = nullptr;  // int, str or bool, by type
         bool confidential = false;
     };
 

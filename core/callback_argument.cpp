@@ -6,7 +6,7 @@ callback_argument::any_function erase_type(auto function) {
     return reinterpret_cast<callback_argument::any_function>(function);
 }
 
-} // namespace
+}  // namespace
 
 callback_argument::callback_argument(void (*f)()) : kind(kind_void), function(f) {}
 

@@ -28,7 +28,7 @@ public:
                       str const& c);
     callback_argument(void (*f)(unsigned int), unsigned int a);
 
-    void call() const; // nothing for kind_none
+    void call() const;  // nothing for kind_none
 
     kind_type kind = kind_none;
     any_function function = nullptr;

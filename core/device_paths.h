@@ -3,9 +3,9 @@
 
 inline constexpr char wired_interface[] = "eth1";
 
-inline constexpr char path_mac[] = "/nv/mac.txt"; // six hex pairs with ':' between
+inline constexpr char path_mac[] = "/nv/mac.txt";  // six hex pairs with ':' between
 inline constexpr char default_mac[] = "02A0B7000001";
-inline constexpr char path_base[] = "/nv/base.txt"; // firmware revision, first field
+inline constexpr char path_base[] = "/nv/base.txt";  // firmware revision, first field
 inline constexpr char path_base_type[] = "/nv/base-type.txt";
 inline constexpr char path_serial[] = "/nv/serial.txt";
 inline constexpr char path_start_script[] = "/nv/rc.vorn";

@@ -10,7 +10,7 @@ constinit timeout link_timer;
 
 namespace {
 
-constexpr int poll_interval = 2; // seconds
+constexpr int poll_interval = 2;  // seconds
 
 bool link_is_up(str const& status) {
     str rest = status;
@@ -69,7 +69,7 @@ void compare_link_status(str const& status) {
     }
 }
 
-} // namespace
+}  // namespace
 
 void link_monitor(str const& interface) {
     compare_link_status(str::read_file(path_link_status));

@@ -18,7 +18,7 @@ str log_item(log_item_type type, str const& value) {
     return utils::int2str(type, 2) + utils::int2str(unsigned(value.length()), 2) + value;
 }
 
-} // namespace
+}  // namespace
 
 void log_add_message(int level, str const& text, str const& extra) {
     if (log_fd < 0) {
@@ -35,5 +35,5 @@ void log_add_message(int level, str const& text, str const& extra) {
         payload += log_item(item_extra, extra);
     }
     str const record = log_item(item_record, payload);
-    (void)!write(log_fd, record.cbuffer(), size_t(record.length())); // A full pipe drops it.
+    (void)!write(log_fd, record.cbuffer(), size_t(record.length()));  // A full pipe drops it.
 }

@@ -21,7 +21,7 @@
 // Messages above this level are not sent. Test it before formatting a text.
 extern int log_level;
 extern str log_pipe_path;
-extern int log_fd; // -1 until the pipe could be opened
+extern int log_fd;  // -1 until the pipe could be opened
 
 inline bool log_check_condition(int level) {
     return log_level >= level;

@@ -82,13 +82,13 @@ void serve_clients(descriptor_set const& readable) {
     }
 }
 
-} // namespace
+}  // namespace
 
 void main_loop_pass() {
     descriptor_set descriptors;
     watch_clients(descriptors);
     int const ready = descriptors.wait(timeout_queue::global_queue.delay(true));
-    (void)rtimestamp::now(); // keeps count of the clock's wraps
+    (void)rtimestamp::now();  // keeps count of the clock's wraps
     if (ready == 0) {
         timeout_queue::global_queue.next();
     } else if (ready > 0) {

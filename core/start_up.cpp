@@ -48,7 +48,7 @@ void seed_random_numbers() {
     unsigned int entropy = 0;
     int const fd = open(path_random, O_RDONLY);
     if (fd >= 0) {
-        (void)!read(fd, &entropy, sizeof entropy); // The MAC address alone has to do, then.
+        (void)!read(fd, &entropy, sizeof entropy);  // The MAC address alone has to do, then.
         close(fd);
     }
     unsigned int const mac = utils::str2ulong(utils::hex2bin(mac_addr), 2);
@@ -68,7 +68,7 @@ void check_start_script() {
     reboot(RB_AUTOBOOT);
 }
 
-} // namespace
+}  // namespace
 
 void start_up() {
     if (daemon_mode) {

@@ -8,4 +8,4 @@ void parse_command_line(int argc, char const* const* argv);
 // start-up script had to be repaired.
 void start_up();
 
-extern bool daemon_mode; // close descriptors 0 to 2; false with "--log"
+extern bool daemon_mode;  // close descriptors 0 to 2; false with "--log"

@@ -23,7 +23,7 @@ public:
 class timeout {
 public:
     timeout() = default;
-    timeout(timeout const& other); // an armed timer's copy is due at the same time
+    timeout(timeout const& other);  // an armed timer's copy is due at the same time
     timeout& operator=(timeout const&) = delete;
     ~timeout() { clear(); }
 
@@ -31,11 +31,11 @@ public:
     // (rtimestamp); at once when that is 0 or less.
     void callback(long long const& delay, callback_argument const& function_call);
     void clear();
-    int seconds() const; // left until due, rounded; 0 when idle
+    int seconds() const;  // left until due, rounded; 0 when idle
 
     callback_argument call;
     bool active = false;
-    timeout_queue::element* node = nullptr; // the queue's entry while active
+    timeout_queue::element* node = nullptr;  // the queue's entry while active
 
 private:
     void enqueue(rtimestamp const& due);

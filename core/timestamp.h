@@ -17,7 +17,7 @@ public:
     bool operator<(rtimestamp const& other) const { return ticks < other.ticks; }
     long long operator-(rtimestamp const& other) const { return ticks - other.ticks; }
 
-    static long long ticks10; // ticks of one clock tick
+    static long long ticks10;  // ticks of one clock tick
 
     long long ticks = 0;
 };
@@ -27,7 +27,7 @@ class atimestamp {
 public:
     static atimestamp now();
 
-    long long ms = 0; // since the Unix epoch
+    long long ms = 0;  // since the Unix epoch
 };
 
 // Milliseconds from and to text of the form seconds "." milliseconds; the second part is a plain

@@ -41,7 +41,7 @@ ip_port broadcast_server() {
     return endpoint;
 }
 
-} // namespace
+}  // namespace
 
 dhcp::dhcp() : vendor_class(default_vendor_class) {}
 
@@ -99,7 +99,7 @@ void dhcp::goto_state(state_type next) {
     switch (next) {
     case state_init:
         if (!raw_mode) {
-            create_raw_socket(); // No answer would reach a UDP socket without an address.
+            create_raw_socket();  // No answer would reach a UDP socket without an address.
         }
         server = broadcast_server();
         if (!arp_conflict) {
@@ -249,7 +249,7 @@ void dhcp::recv_dhcp_nack() {
     case state_init:
     case state_requesting:
     case state_bound:
-        break; // Intended: a NACK changes nothing here. Do not restart the client.
+        break;  // Intended: a NACK changes nothing here. Do not restart the client.
     }
 }
 

@@ -22,7 +22,7 @@ public:
         state_renewing,
     };
     static char const* const state_names[];
-    static smap<str, dhcp> clients; // by interface name
+    static smap<str, dhcp> clients;  // by interface name
 
     dhcp();
     dhcp(dhcp const&) = delete;
@@ -50,34 +50,34 @@ public:
     static void send_arp(str const& interface_name);
 
     state_type state = state_init;
-    int fd = -1;           // packet or UDP socket; -1 when closed
-    int arp_fd = -1;       // ARP packet socket; -1 when closed
-    bool raw_mode = false; // `fd` is the packet socket
+    int fd = -1;            // packet or UDP socket; -1 when closed
+    int arp_fd = -1;        // ARP packet socket; -1 when closed
+    bool raw_mode = false;  // `fd` is the packet socket
     str interface;
-    ip_port server; // where messages go on the UDP socket
+    ip_port server;  // where messages go on the UDP socket
     timeout t1_timer;
     timeout t2_timer;
-    rtimestamp request_time; // of the last copy sent; base of `secs`
+    rtimestamp request_time;  // of the last copy sent; base of `secs`
     str xid;
-    str own_address; // granted by the last ACK
+    str own_address;  // granted by the last ACK
     str subnet_mask;
     str routers;
-    str offered_address; // of the accepted offer
-    str server_id;       // of the accepted offer
-    str vendor_class;    // option 60
-    str vendor_options;  // option 125
-    dhcp_packet request; // the last message built, kept for copies
+    str offered_address;  // of the accepted offer
+    str server_id;        // of the accepted offer
+    str vendor_class;     // option 60
+    str vendor_options;   // option 125
+    dhcp_packet request;  // the last message built, kept for copies
     timeout resend_timer;
-    int resend_interval = 0;   // seconds
-    int arp_count = 0;         // frames sent in this round
-    bool arp_done = false;     // the probe is over, announcements follow
-    bool arp_conflict = false; // the address is in use: no DISCOVER for now
+    int resend_interval = 0;    // seconds
+    int arp_count = 0;          // frames sent in this round
+    bool arp_done = false;      // the probe is over, announcements follow
+    bool arp_conflict = false;  // the address is in use: no DISCOVER for now
     timeout arp_timer;
-    str applied_ip; // what `set` last put on the interface
+    str applied_ip;  // what `set` last put on the interface
     str applied_netmask;
     str applied_broadcast;
     str applied_gateway;
-    int interface_index = 0; // 0: not looked up yet
+    int interface_index = 0;  // 0: not looked up yet
 
 private:
     // States (dhcp.cpp).

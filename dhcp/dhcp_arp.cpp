@@ -24,12 +24,12 @@
 namespace {
 
 constexpr int frames_per_round = 3;
-constexpr int round_pace = 1; // seconds between frames
+constexpr int round_pace = 1;  // seconds between frames
 constexpr int arp_length = 28;
 constexpr unsigned char request_header[] = {0, 1, 8, 0, 6, 4, 0, 1};
 constexpr unsigned char reply_header[] = {0, 1, 8, 0, 6, 4, 0, 2};
 
-} // namespace
+}  // namespace
 
 void dhcp::start_arp_probe() {
     arp_count = 0;

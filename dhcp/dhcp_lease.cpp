@@ -58,7 +58,7 @@ void publish(dhcp_packet const& ack, str const& server) {
     write_resolv_conf();
 }
 
-} // namespace
+}  // namespace
 
 void dhcp::apply_lease(dhcp_packet const& ack) {
     set_timers(ack);
@@ -142,7 +142,7 @@ private:
     str name;
 };
 
-} // namespace
+}  // namespace
 
 void dhcp::set(str const& ip, str const& mask, str const& broadcast, str const& router) {
     if (ip == applied_ip && mask == applied_netmask && broadcast == applied_broadcast &&

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int xid_length = 4;
-constexpr int interval_mean = 4; // seconds between copies, plus or minus 1
+constexpr int interval_mean = 4;  // seconds between copies, plus or minus 1
 constexpr int interval_max = 64;
 
 constexpr unsigned char requested_options[] = {
@@ -28,7 +28,7 @@ int plus_or_minus_one() {
     return utils::rand() & 1 ? 1 : -1;
 }
 
-} // namespace
+}  // namespace
 
 void dhcp::new_xid() {
     xid = utils::generate_randstr(xid_length);

@@ -12,7 +12,7 @@ void append_field(str& wire, str const& field, int size) {
     wire += utils::padding(field, size, 0);
 }
 
-} // namespace
+}  // namespace
 
 str dhcp_packet::serialize() const {
     constexpr int usual_size = 496;

@@ -25,35 +25,35 @@ public:
     enum op_type { op_request = 1, op_reply = 2 };
 
     enum option_code {
-        option_pad = 0,                // RFC 2132, 3.1
-        option_subnet_mask = 1,        // 3.3
-        option_router = 3,             // 3.5
-        option_dns_server = 6,         // 3.8
-        option_host_name = 12,         // 3.14
-        option_domain_name = 15,       // 3.17
-        option_broadcast = 28,         // 5.3
-        option_ntp_server = 42,        // 8.3
-        option_vendor_info = 43,       // 8.4
-        option_requested_address = 50, // 9.1
-        option_lease_time = 51,        // 9.2: seconds
-        option_overload = 52,          // 9.3: 1 file, 2 sname, 3 both hold options
-        option_message_type = 53,      // 9.6
-        option_server_id = 54,         // 9.7
-        option_request_list = 55,      // 9.8
-        option_renewal_time = 58,      // 9.11: T1, seconds
-        option_rebinding_time = 59,    // 9.12: T2, seconds
-        option_vendor_class = 60,      // 9.13
-        option_client_id = 61,         // 9.14
-        option_tftp_server = 66,       // 9.4
-        option_boot_file = 67,         // 9.5
-        option_sip_servers = 120,      // RFC 3361
-        option_vivso = 125,            // RFC 3925: vendor-identifying options
-        option_vlan_id = 132,          // RFC 4578 reserves it; phones take their VLAN from it
+        option_pad = 0,                 // RFC 2132, 3.1
+        option_subnet_mask = 1,         // 3.3
+        option_router = 3,              // 3.5
+        option_dns_server = 6,          // 3.8
+        option_host_name = 12,          // 3.14
+        option_domain_name = 15,        // 3.17
+        option_broadcast = 28,          // 5.3
+        option_ntp_server = 42,         // 8.3
+        option_vendor_info = 43,        // 8.4
+        option_requested_address = 50,  // 9.1
+        option_lease_time = 51,         // 9.2: seconds
+        option_overload = 52,           // 9.3: 1 file, 2 sname, 3 both hold options
+        option_message_type = 53,       // 9.6
+        option_server_id = 54,          // 9.7
+        option_request_list = 55,       // 9.8
+        option_renewal_time = 58,       // 9.11: T1, seconds
+        option_rebinding_time = 59,     // 9.12: T2, seconds
+        option_vendor_class = 60,       // 9.13
+        option_client_id = 61,          // 9.14
+        option_tftp_server = 66,        // 9.4
+        option_boot_file = 67,          // 9.5
+        option_sip_servers = 120,       // RFC 3361
+        option_vivso = 125,             // RFC 3925: vendor-identifying options
+        option_vlan_id = 132,           // RFC 4578 reserves it; phones take their VLAN from it
         option_vlan_priority = 133,
-        option_end = 255, // RFC 2132, 3.2
+        option_end = 255,  // RFC 2132, 3.2
     };
 
-    enum message_type { // RFC 2132, 9.6
+    enum message_type {  // RFC 2132, 9.6
         type_discover = 1,
         type_offer = 2,
         type_request = 3,
@@ -81,7 +81,7 @@ public:
     // The same for an option that holds one address: exactly 4 bytes, zero-filled, when present.
     str get_address_option(int code) const;
     void add_option(int code, str const& value) { options.append({code, value}); }
-    void clear(); // back to the defaults
+    void clear();  // back to the defaults
 
     int op = op_request;
     int htype = 1;

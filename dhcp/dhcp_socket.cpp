@@ -29,7 +29,7 @@ constexpr int server_port = 67;
 constexpr int ip_header_length = 20;
 constexpr int udp_header_length = 8;
 constexpr int time_to_live = 128;
-constexpr int device_name_size = 32; // bytes of the SO_BINDTODEVICE argument
+constexpr int device_name_size = 32;  // bytes of the SO_BINDTODEVICE argument
 
 // The Internet checksum (RFC 1071); an odd last byte counts as the high one.
 str checksum(str const& bytes) {
@@ -57,12 +57,12 @@ str udp_datagram(str const& message) {
     str const pseudo_header = c_0_0_0_0 + str('\xFF', 4) + utils::int2str(IPPROTO_UDP, 2) + length;
     str sum = checksum(pseudo_header + ports + length + message);
     if (utils::str2int(sum) == 0) {
-        sum = str('\xFF', 2); // Zero means "no checksum" (RFC 768).
+        sum = str('\xFF', 2);  // Zero means "no checksum" (RFC 768).
     }
     return ports + length + sum + message;
 }
 
-} // namespace
+}  // namespace
 
 int dhcp::lookup_interface_index() {
     if (interface_index == 0) {

@@ -44,11 +44,11 @@ str name_servers() {
 
 void update_file(str const& path, str const& content) {
     if (!(str::read_file(path) == content)) {
-        (void)content.write_file(path); // The next lease tries again.
+        (void)content.write_file(path);  // The next lease tries again.
     }
 }
 
-} // namespace
+}  // namespace
 
 void write_resolv_conf() {
     update_file("resolv.conf", search_line() + name_servers());

@@ -10,6 +10,6 @@ public:
 
     bool is_ipv6() const { return adr.length() == ipv6_length; }
 
-    str adr;      // network order; empty: any
-    int port = 0; // host order
+    str adr;       // network order; empty: any
+    int port = 0;  // host order
 };

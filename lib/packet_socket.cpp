@@ -18,7 +18,7 @@ sockaddr_ll link_address(int ether_type, int interface_index) {
     return address;
 }
 
-} // namespace
+}  // namespace
 
 int packet_socket::open(int type, int ether_type, int interface_index) {
     int const fd = utils::open_socket(AF_PACKET, type, htons(static_cast<uint16_t>(ether_type)));

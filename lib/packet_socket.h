@@ -17,4 +17,4 @@ inline str broadcast_address() {
     return str('\xFF', 6);
 }
 
-} // namespace packet_socket
+}  // namespace packet_socket

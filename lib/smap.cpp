@@ -45,7 +45,7 @@ void smap_element::erase_node(smap_element** root) {
         while (predecessor->right) {
             predecessor = predecessor->right;
         }
-        predecessor->erase_node(root); // It has no right child: this does not go deeper.
+        predecessor->erase_node(root);  // It has no right child: this does not go deeper.
         predecessor->take_place_of(this, root);
     } else {
         smap_element* const child = left ? left : right;

@@ -14,13 +14,13 @@
 // The links of a node. At most one of right_of and left_of is set; neither at the root.
 class smap_element {
 public:
-    smap_element* left = nullptr;     // smaller keys
-    smap_element* right = nullptr;    // keys not less than this one
-    smap_element* right_of = nullptr; // the parent whose right child this is
-    smap_element* left_of = nullptr;  // the parent whose left child this is
+    smap_element* left = nullptr;      // smaller keys
+    smap_element* right = nullptr;     // keys not less than this one
+    smap_element* right_of = nullptr;  // the parent whose right child this is
+    smap_element* left_of = nullptr;   // the parent whose left child this is
 
     smap_element* parent() const { return right_of ? right_of : left_of; }
-    smap_element* move_next() const; // in-order successor, nullptr behind the last
+    smap_element* move_next() const;  // in-order successor, nullptr behind the last
     // Unlinks this node from the tree of `root`; neither destroys nor frees it.
     void erase_node(smap_element** root);
     // Gives this fresh node the place of `old` in the tree of `root`.

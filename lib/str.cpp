@@ -65,7 +65,7 @@ void str::fill(unsigned char const* bytes, int count) {
 void str::relocate(int count) {
     int const old_length = length();
     if (count > INT_MAX - old_length) {
-        abort(); // memory is exhausted
+        abort();  // memory is exhausted
     }
     reference* const block = get_cstring(old_length + count);
     if (ref) {

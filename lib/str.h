@@ -27,15 +27,15 @@ public:
 
     // A class of the block pool. Only `size` is initialised; four spare entries have size 0.
     struct block_class {
-        int size;                       // bytes of data in one block
-        reference* free_list = nullptr; // blocks ready for use
-        int carved = 0;                 // blocks ever obtained from the system
+        int size;                        // bytes of data in one block
+        reference* free_list = nullptr;  // blocks ready for use
+        int carved = 0;                  // blocks ever obtained from the system
     };
 
     constexpr str() : next(this), prev(this) {}
     str(str const& other) : str() { linkto(other); }
-    str(char const* text);                      // nullptr counts as ""
-    str(unsigned char const* bytes, int count); // nullptr: `count` bytes for the caller to fill
+    str(char const* text);                       // nullptr counts as ""
+    str(unsigned char const* bytes, int count);  // nullptr: `count` bytes for the caller to fill
     str(unsigned char byte, int count);
     str(char byte, int count);
     str(unsigned char a, unsigned char b);
@@ -63,7 +63,7 @@ public:
 
     int length() const { return end - start; }
     bool empty() const { return end == start; }
-    int capacity() const { return ref ? ref->capacity : 0; } // bytes of data in the block
+    int capacity() const { return ref ? ref->capacity : 0; }  // bytes of data in the block
     unsigned char operator[](int i) const { return i >= 0 && i < length() ? data()[i] : 0; }
 
     // Views of a part, clamped to the value; they share the block.
@@ -73,10 +73,10 @@ public:
     str rightstr(int count) const;
 
     // Raw access. Each pins the block: it is never moved while any value of the ring lives.
-    char const* c_str();                  // zero-terminated, valid until the next change
-    unsigned char const* buffer() const;  // read only, not terminated
-    unsigned char const* cbuffer() const; // the same
-    unsigned char* buffer();              // for writing: takes a block of its own first
+    char const* c_str();                   // zero-terminated, valid until the next change
+    unsigned char const* buffer() const;   // read only, not terminated
+    unsigned char const* cbuffer() const;  // the same
+    unsigned char* buffer();               // for writing: takes a block of its own first
 
     // Sets the length of a value that is the only user of its block. Logs at level 1 and changes
     // nothing when the value shares its block or the block is too small.
@@ -86,8 +86,14 @@ public:
     str& operator+=(str const& other);
     str& operator+=(char const* text);
     str& operator+=(unsigned char byte) {
-        writable(1);
-        ref->data()[end - 1] = byte;
+        if (has_room(1)) {
+            int const position = end;
+            extend(1);
+            ref->data()[position] = byte;
+        } else {
+            relocate(1);
+            ref->data()[end - 1] = byte;
+        }
         return *this;
     }
     str& operator+=(char byte) { return *this += static_cast<unsigned char>(byte); }
@@ -95,7 +101,7 @@ public:
 
     // Comparison, all by unsigned bytes.
     bool compare_sensitiv(unsigned char const* bytes, int count) const;
-    bool compare_insensitiv(unsigned char const* bytes, int count) const; // ASCII letters
+    bool compare_insensitiv(unsigned char const* bytes, int count) const;  // ASCII letters
     bool cmp(str const& other) const { return *this == other; }
     bool cmp(char const* text) const;
     bool icmp(str const& other) const;
@@ -103,7 +109,7 @@ public:
     bool operator==(str const& other) const {
         return compare_sensitiv(other.data(), other.length());
     }
-    bool operator==(char const* text) const; // a nullptr equals only the empty value
+    bool operator==(char const* text) const;  // a nullptr equals only the empty value
     bool operator<(str const& other) const { return three_way(other) < 0; }
     bool operator>(str const& other) const { return three_way(other) > 0; }
     // Negative, zero or positive as this value sorts before, with or behind the other.
@@ -121,14 +127,14 @@ public:
     // Intended: a separator above 0x7F never matches there. Do not make the bytes signed.
     str get_field(int n, str const& separators) const;
     str get_rest(int n, str const& separators) const;
-    str get_field(int n, char separator) const; // ends at a CR or LF, too
+    str get_field(int n, char separator) const;  // ends at a CR or LF, too
     str get_rest(int n, char separator) const;
 
     // Lines end at CR, LF, CRLF or LFCR. With `fold`, a CRLF before a blank or tab is no end.
     int first_letter_of_line(int n, bool fold) const;
-    int last_letter_of_line(int n, bool fold) const; // one past the content of line n
-    str get_line(int n) const;                       // folded
-    str get_first_line();                            // removes it from this value
+    int last_letter_of_line(int n, bool fold) const;  // one past the content of line n
+    str get_line(int n) const;                        // folded
+    str get_first_line();                             // removes it from this value
     str remove_line(int n, bool fold) const;
     str replace_line(int n, str const& text, bool fold) const;
 
@@ -150,9 +156,9 @@ public:
     str lstrip(char byte) const;
     str rstrip(char byte) const;
 
-    str tolower() const; // ASCII letters
+    str tolower() const;  // ASCII letters
     str toupper() const;
-    str slashes() const; // backslashes become slashes
+    str slashes() const;  // backslashes become slashes
 
     // Numbers at the start of the text; 0 without digits. Wrap silently in 32 bits.
     int value() const;
@@ -164,7 +170,7 @@ public:
     str l_and(str const& other) const;
     str l_or(str const& other) const;
     str l_xor(str const& other) const;
-    str l_not() const; // 1 where a byte was 0, else 0
+    str l_not() const;  // 1 where a byte was 0, else 0
     // XORs the first `count` bytes with `byte`; a shorter value first grows by zero bytes.
     void xor_bytes(unsigned char byte, int count);
 
@@ -179,21 +185,21 @@ public:
 
     // Whole files. Backslashes in paths count as slashes, except for remove_file. Failures are
     // logged at level 1, unless `quiet`.
-    static str read_file(str const& path, bool quiet = false); // null on failure
-    bool write_file(str const& path) const;                    // creates missing directories
-    static void create_path(str const& path); // the directories above the last component
+    static str read_file(str const& path, bool quiet = false);  // null on failure
+    bool write_file(str const& path) const;                     // creates missing directories
+    static void create_path(str const& path);  // the directories above the last component
     static void remove_file(str const& path, bool quiet);
     static void rename_file(str const& from, str const& to);
-    static str file_type(str const& path); // c_file, c_dir or null
-    static int file_size(str const& path); // bytes; 0 on failure
+    static str file_type(str const& path);  // c_file, c_dir or null
+    static int file_size(str const& path);  // bytes; 0 on failure
     // One entry a line, each ended by CRLF: name, or name, kind and size in the long form.
     static str list_directory(str const& path, bool long_form);
 
     // The pool. Sizes in bytes.
     static constexpr int block_class_count = 18;
     static block_class block_size[block_class_count];
-    static unsigned int allocated_size; // data ever obtained from the system
-    static int large_blocks;            // blocks above the largest class, ever obtained
+    static unsigned int allocated_size;  // data ever obtained from the system
+    static int large_blocks;             // blocks above the largest class, ever obtained
     // Index of the first class that holds `size` bytes, block_class_count when none does.
     static int find_bin(int size);
     static int get_bin_size(int bin) { return block_size[bin].size; }
@@ -205,17 +211,17 @@ public:
     static str pool_statistics();
 
     static str const null;
-    static str const lws; // " \t\r\n"
+    static str const lws;  // " \t\r\n"
     static str const crlf;
     static str const space;
     static str const newline;
-    static str const t; // "true"
-    static str const f; // "false"
+    static str const t;  // "true"
+    static str const f;  // "false"
     static str const x_00;
     static str const x_01;
     static str const x_FF;
-    static str const c_file; // "file"
-    static str const c_dir;  // "dir"
+    static str const c_file;  // "file"
+    static str const c_dir;   // "dir"
 
     struct reference {
 #if UINTPTR_MAX > 0xFFFFFFFF
@@ -225,10 +231,10 @@ public:
             str* anchor;
         };
 #else
-        reference* next_free; // next block on the free list
-        str* anchor;          // a member of the ring
+        reference* next_free;  // next block on the free list
+        str* anchor;           // a member of the ring
 #endif
-        int capacity; // bytes of data behind this header
+        int capacity;  // bytes of data behind this header
         unsigned int flags;
 
         unsigned char* data() {
@@ -238,16 +244,19 @@ public:
     static_assert(sizeof(reference) == 16);
 
     enum reference_flag : unsigned int {
-        flag_pinned = 1, // a raw pointer was handed out: never move the bytes
-        flag_raw = 4,    // taken by str::malloc
+        flag_pinned = 1,  // a raw pointer was handed out: never move the bytes
+        flag_raw = 4,     // taken by str::malloc
         flag_array = 8,
     };
 
 private:
-    // Makes this value the only user of a block with `count` more bytes at its end, which the
-    // caller then writes.
+    // Whether this value is the only user of its block, which has room for `count` more bytes.
+    bool has_room(int count) const {
+        return ref && next == this && count <= ref->capacity - end;
+    }
+    // Makes room for `count` more bytes, which the caller then writes, in a block of its own.
     void writable(int count) {
-        if (ref && next == this && count <= ref->capacity - end) {
+        if (has_room(count)) {
             extend(count);
         } else {
             relocate(count);
@@ -304,11 +313,11 @@ private:
     void append_number(int value, bool zero_flag, int width);
     void append_hex_dump(str const& bytes, char const* digits);
 
-    reference* ref = nullptr; // nullptr: no block
-    mutable str* next;        // ring of the values that share the block
+    reference* ref = nullptr;  // nullptr: no block
+    mutable str* next;         // ring of the values that share the block
     mutable str* prev;
-    int start = 0; // offset of the first byte in the block
-    int end = 0;   // one past the last
+    int start = 0;  // offset of the first byte in the block
+    int end = 0;    // one past the last
 };
 
 inline void str::cleanup() {

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int read_piece = 2048;    // bytes a read of a file of unknown size
-constexpr int write_piece = 262144; // bytes a write, at most
+constexpr int read_piece = 2048;     // bytes a read of a file of unknown size
+constexpr int write_piece = 262144;  // bytes a write, at most
 
 void log_failure(char const* format, str const& path) {
     if (log_level >= 1) {
@@ -67,7 +67,7 @@ bool write_all(int fd, str const& bytes, str const& path) {
     return true;
 }
 
-} // namespace
+}  // namespace
 
 str str::read_file(str const& path, bool quiet) {
     str name = path.slashes();
@@ -118,7 +118,7 @@ void str::create_path(str const& path) {
             return;
         }
         if (!prefix.empty() && !(prefix == "/")) {
-            (void)mkdir(prefix.c_str(), 0xFFFF); // An existing directory is no error.
+            (void)mkdir(prefix.c_str(), 0xFFFF);  // An existing directory is no error.
             prefix += '/';
         }
         prefix += component;

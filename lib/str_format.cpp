@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int decimal_max = 10; // digits of the largest 32-bit number
+constexpr int decimal_max = 10;  // digits of the largest 32-bit number
 
 // Writes `value` with at least `digits` digits and returns the count of bytes written. A width
 // above decimal_max pads nothing.
@@ -47,7 +47,7 @@ void write_hex_dump(unsigned char* out, unsigned char const* bytes, int count, c
     }
 }
 
-} // namespace
+}  // namespace
 
 str::str(int value, int digits) : str() {
     unsigned char text[decimal_max + 1];
@@ -77,7 +77,7 @@ str str::format(char const* format, format_arguments arguments) {
         return text;
     }
     text.reserve(usual_length);
-    char const* plain = format; // bytes not yet copied
+    char const* plain = format;  // bytes not yet copied
     for (char const* c = format; *c; ++c) {
         if (*c != '%') {
             continue;

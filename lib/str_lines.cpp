@@ -38,7 +38,7 @@ str field_at(str const& text, int start, ends_field ends) {
     return text.substr(start, end - start);
 }
 
-} // namespace
+}  // namespace
 
 str str::get_field(int n, str const& separators) const {
     auto const separates = [&](unsigned char byte) { return separators.contains_char(byte); };
@@ -146,7 +146,7 @@ bool names_match(str const& field, str const& name, str const& alt_name) {
     return field.icmp(name) || (!alt_name.empty() && field.icmp(alt_name));
 }
 
-} // namespace
+}  // namespace
 
 str str::get_record(str const& name, str const& alt_name, char separator, str const& ws) const {
     str rest(*this);

@@ -26,7 +26,7 @@ unsigned int digits_at(str const& text, int i) {
     return sum;
 }
 
-} // namespace
+}  // namespace
 
 int str::value() const {
     int i = skip_blanks(*this, 0);

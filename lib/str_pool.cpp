@@ -10,14 +10,14 @@
 namespace {
 
 constexpr int header_size = sizeof(str::reference);
-constexpr int chunk_size = 16256; // bytes asked of the system at once
-constexpr int large_unit = 32768; // large blocks are multiples of this
+constexpr int chunk_size = 16256;  // bytes asked of the system at once
+constexpr int large_unit = 32768;  // large blocks are multiples of this
 constexpr int largest_class_size = 262128;
 
 void* system_memory(size_t size) {
     void* const memory = ::malloc(size);
     if (!memory) {
-        abort(); // Nothing can go on without memory.
+        abort();  // Nothing can go on without memory.
     }
     return memory;
 }
@@ -32,7 +32,7 @@ int capacity_for(int size, int bin) {
     return (size + large_unit - 1) / large_unit * large_unit;
 }
 
-} // namespace
+}  // namespace
 
 constinit str::block_class str::block_size[block_class_count] = {
     {16},    {48},    {112},   {240},    {496},    {1008}, {2032}, {4080}, {8176},

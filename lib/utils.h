@@ -65,19 +65,19 @@ int open_tcp_listener(int port, bool ipv6);
 int connect_tcp(ip_port const& peer);
 int accept_tcp4(int fd);
 int accept_tcp6(int fd);
-int recv_tcp(int fd, unsigned char* bytes, int size); // count, or the negated errno
+int recv_tcp(int fd, unsigned char* bytes, int size);  // count, or the negated errno
 str recv_tcp(int fd);
-int send_tcp(int fd, str& data); // `data` keeps what is still to be sent
+int send_tcp(int fd, str& data);  // `data` keeps what is still to be sent
 
 // --- Text and numbers (utils_text.cpp) ---
 
 int rand();
-str generate_randstr(int count);         // random bytes
-unsigned int hex2dec(str const& digits); // 0 when any byte is no hex digit
-str hex2bin(str const& digits);          // null when a pair is not hex; an odd digit is ignored
+str generate_randstr(int count);          // random bytes
+unsigned int hex2dec(str const& digits);  // 0 when any byte is no hex digit
+str hex2bin(str const& digits);           // null when a pair is not hex; an odd digit is ignored
 str bin2hex(str const& bytes, bool upper);
-str binbignum(unsigned long long value, int digits);      // big-endian, digits / 2 bytes
-str padding(str const& s, int count, unsigned char byte); // exactly `count` bytes
+str binbignum(unsigned long long value, int digits);       // big-endian, digits / 2 bytes
+str padding(str const& s, int count, unsigned char byte);  // exactly `count` bytes
 int get_leading_whitespace(str const& s);
 // Offset behind the first empty line; 0 when there is none yet.
 int get_body_pos(str const& message);
@@ -87,9 +87,9 @@ str get_via_port(str const& hostport);
 // Intended: a separator above 0x7F never matches, as in str::get_field.
 str_list split_list(str const& text, char separator);
 
-} // namespace utils
+}  // namespace utils
 
 sset<str> split_set(str const& text, char separator);
-str uptime_text(); // empty when "/proc/uptime" cannot be read
+str uptime_text();  // empty when "/proc/uptime" cannot be read
 // 0 when there is no such interface.
 int get_interface_index(str const& name);

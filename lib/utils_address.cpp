@@ -57,7 +57,7 @@ str compact_ipv6(str const& text) {
     return adr.leftstr(zeros_at) + str('\0', missing) + adr.substr(zeros_at);
 }
 
-} // namespace
+}  // namespace
 
 str utils::compact_ip(str const& text) {
     str inner = text;
@@ -125,7 +125,7 @@ str readable_ipv6(str const& adr) {
            "::" + readable_groups(adr, run.first + run.count, group_count);
 }
 
-} // namespace
+}  // namespace
 
 str utils::readable_ip(str const& adr, bool brackets) {
     if (adr.length() == ip_port::ipv6_length) {

@@ -99,7 +99,7 @@ str recv_udp_packet(int fd, ip_port& peer) {
     return str(receive_buffer, int(count));
 }
 
-} // namespace
+}  // namespace
 
 int utils::open_socket(int domain, int type, int protocol) {
     int const fd = socket(domain, type, protocol);
@@ -141,7 +141,7 @@ int utils::open_udp_client(int port, ip_port const& peer, int interface_index) {
     if (peer.is_ipv6() && is_link_local(peer.adr)) {
         remote.ipv6.sin6_scope_id = static_cast<uint32_t>(interface_index);
     }
-    (void)connect(fd, &remote.generic, remote.size); // Without a route, sending fails later.
+    (void)connect(fd, &remote.generic, remote.size);  // Without a route, sending fails later.
     return fd;
 }
 

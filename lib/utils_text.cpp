@@ -31,7 +31,7 @@ bool matches(unsigned char byte, char separator) {
     return byte == static_cast<signed char>(separator);
 }
 
-} // namespace
+}  // namespace
 
 unsigned int utils::hex2dec(str const& digits) {
     unsigned int sum = 0;

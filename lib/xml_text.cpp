@@ -31,8 +31,8 @@ struct entity {
 // The first five are also written.
 constexpr entity entities[] = {
     {"apos", '\''}, {"quot", '"'},  {"amp", '&'}, {"lt", '<'},
-    {"gt", '>'},    {"aquot", '"'}, // Intended: a second spelling of the double quote. Do not drop
-                                    // it.
+    {"gt", '>'},    {"aquot", '"'},  // Intended: a second spelling of the double quote. Do not drop
+                                     // it.
 };
 constexpr int written_entities = 5;
 
@@ -126,7 +126,7 @@ private:
         str const inside = value.substr(position + int(sizeof cdata_start) - 1);
         int const end = inside_cdata ? -1 : inside.find("]");
         value = end < 0 ? inside : inside.leftstr(end);
-        inside_cdata = true; // No ']' is left.
+        inside_cdata = true;  // No ']' is left.
         semicolon = 0;
         int const reached = out.length() + 1;
         out.set_length(0);
@@ -137,12 +137,12 @@ private:
     str value;
     str out;
     int position = 0;
-    int plain = 0;     // what is before was copied
-    int semicolon = 0; // the next one, when behind `position`
+    int plain = 0;      // what is before was copied
+    int semicolon = 0;  // the next one, when behind `position`
     bool inside_cdata = false;
 };
 
-} // namespace
+}  // namespace
 
 str xml_tree::txt2xml(str const& text) {
     str out;

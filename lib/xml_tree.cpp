@@ -19,7 +19,7 @@ void skip_white_space(str const& text, int& i) {
     }
 }
 
-} // namespace
+}  // namespace
 
 xml_tree::xml_tree(str const& text, bool skip_prolog) {
     if (!skip_prolog) {
@@ -48,7 +48,7 @@ void xml_tree::parse(str const& text) {
     ++i;
     skip_white_space(text, i);
     if (text[i] == '?' || text[i] == '!') {
-        return; // a declaration, comment or CDATA section
+        return;  // a declaration, comment or CDATA section
     }
     int const name_start = i;
     while (is_name_byte(text[i])) {
@@ -153,7 +153,7 @@ str* output_for(std::initializer_list<xml_tree::child_output> wanted, str const&
     return nullptr;
 }
 
-} // namespace
+}  // namespace
 
 void xml_tree::get_children(std::initializer_list<child_output> wanted) const {
     for_each_child([&](xml_tree const& child) {

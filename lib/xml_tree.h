@@ -28,7 +28,7 @@ public:
 
     str get_body() const { return body; }
     str get_content() const { return xml2txt(body); }
-    str get_attribute(str const& attribute) const; // unescaped; null when absent
+    str get_attribute(str const& attribute) const;  // unescaped; null when absent
     // Stores the body (or the unescaped content) of each child element in the output that goes
     // with its name; the last child of a name wins, and outputs without a child stay unchanged.
     struct child_output {
@@ -37,7 +37,7 @@ public:
     };
     void get_children(std::initializer_list<child_output> wanted) const;
     void get_children_content(std::initializer_list<child_output> wanted) const;
-    str serialize(bool with_header) const; // null when the name is empty
+    str serialize(bool with_header) const;  // null when the name is empty
 
     static str txt2xml(str const& text);
     static str xml2txt(str const& text);
@@ -46,10 +46,10 @@ public:
     // What is inside the first CDATA section; `text` itself when there is none.
     static str cdata_content(str const& text);
 
-    str name;            // empty: no element
-    str_list attributes; // each as written: name, '=', quoted value
-    str body;            // between the start tag and the last '<'
-    bool indent = false; // add_child puts children on lines of their own
+    str name;             // empty: no element
+    str_list attributes;  // each as written: name, '=', quoted value
+    str body;             // between the start tag and the last '<'
+    bool indent = false;  // add_child puts children on lines of their own
     bool has_children = false;
 
 private:

@@ -11,13 +11,13 @@ constinit smap<str, lldp> lldp::clients;
 
 namespace {
 
-constexpr int fast_frames = 3;    // frames a second apart after the start
-constexpr int fast_interval = 1;  // seconds
-constexpr int slow_interval = 30; // seconds
+constexpr int fast_frames = 3;     // frames a second apart after the start
+constexpr int fast_interval = 1;   // seconds
+constexpr int slow_interval = 30;  // seconds
 // ANSI/TIA-1057, 10.2.2.2: types below this one are endpoints, not switches.
 constexpr int device_type_connectivity = 4;
 
-} // namespace
+}  // namespace
 
 lldp::~lldp() {
     if (lldp_fd != -1) {

@@ -16,7 +16,7 @@ public:
         state_lldp = 3,
     };
 
-    static smap<str, lldp> clients; // by interface name
+    static smap<str, lldp> clients;  // by interface name
 
     lldp() = default;
     lldp(lldp const&) = delete;
@@ -38,19 +38,19 @@ public:
 
     void start_lldp();
     void start_dhcp();
-    void setup_packet(); // builds what is announced
+    void setup_packet();  // builds what is announced
     // Joins (or leaves) a multicast group of 6 bytes; the result of the system call.
     int multicast(int socket, unsigned char const* mac, bool add);
 
     int state = state_idle;
-    int lldp_fd = -1; // -1 when closed
+    int lldp_fd = -1;  // -1 when closed
     int interface_index = 0;
     str name;
-    str management_address; // binary; empty until known
-    lldp_packet packet;     // the last one announced
+    str management_address;  // binary; empty until known
+    lldp_packet packet;      // the last one announced
     timeout timer;
-    int counter = 0;        // ticks of the current phase
-    int learnt_vlan_id = 0; // 0: none
+    int counter = 0;         // ticks of the current phase
+    int learnt_vlan_id = 0;  // 0: none
     int learnt_priority = 0;
     int learnt_dscp = 0;
     bool dhcp_started = false;

@@ -13,19 +13,19 @@ constexpr char hardware_revision[] = "Rev. 1";
 constexpr char manufacturer[] = "Brakwell Devices AG";
 constexpr char model[] = "q7";
 
-constexpr int time_to_live = 120;                            // seconds
-constexpr unsigned char chassis_subtype_network_address = 5; // IEEE 802.1AB-2009, 8.5.2.2
-constexpr unsigned char port_subtype_mac_address = 3;        // 8.5.3.2
-constexpr unsigned char interface_subtype_unknown = 1;       // 8.5.9.5
-constexpr unsigned int capability_telephone = 0x0020;        // 8.5.8.1
-constexpr unsigned int med_capabilities = 0x0023; // capabilities, network policy, inventory
+constexpr int time_to_live = 120;                             // seconds
+constexpr unsigned char chassis_subtype_network_address = 5;  // IEEE 802.1AB-2009, 8.5.2.2
+constexpr unsigned char port_subtype_mac_address = 3;         // 8.5.3.2
+constexpr unsigned char interface_subtype_unknown = 1;        // 8.5.9.5
+constexpr unsigned int capability_telephone = 0x0020;         // 8.5.8.1
+constexpr unsigned int med_capabilities = 0x0023;  // capabilities, network policy, inventory
 constexpr unsigned char device_type_endpoint_3 = 3;
-constexpr int inventory_length_max = 32; // ANSI/TIA-1057, 10.2.6
+constexpr int inventory_length_max = 32;  // ANSI/TIA-1057, 10.2.6
 
 // IEEE 802.3 MAC/PHY configuration and status (IEEE 802.1AB-2009, annex F.2).
-constexpr unsigned char autonegotiation_enabled = 0x03; // and supported
+constexpr unsigned char autonegotiation_enabled = 0x03;  // and supported
 constexpr unsigned int advertised_modes = 0x6600;
-enum mau_type { // RFC 4836, dot3MauType
+enum mau_type {  // RFC 4836, dot3MauType
     mau_unknown = 0,
     mau_10baset_half = 10,
     mau_10baset_full = 11,
@@ -33,7 +33,7 @@ enum mau_type { // RFC 4836, dot3MauType
     mau_100basetx_full = 16,
 };
 
-unsigned char address_family(str const& address) { // IANA address family numbers
+unsigned char address_family(str const& address) {  // IANA address family numbers
     return address.length() == ip_port::ipv6_length ? 2 : 1;
 }
 
@@ -102,7 +102,7 @@ unsigned int tagged_policy(int vlan, int priority) {
            (unsigned(priority) << lldp_packet::policy_priority_shift) + lldp_packet::policy_tagged;
 }
 
-} // namespace
+}  // namespace
 
 unsigned int lldp::policy_word() const {
     if (management_address.empty()) {

@@ -15,7 +15,7 @@ str tia_prefix(int subtype) {
     return str(0x00, 0x12, 0xBB, static_cast<unsigned char>(subtype));
 }
 
-} // namespace
+}  // namespace
 
 lldp_packet::lldp_packet(str const& data) {
     str rest = data;

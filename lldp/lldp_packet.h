@@ -11,20 +11,20 @@
 
 class lldp_packet {
 public:
-    enum tlv_type { // IEEE 802.1AB-2009, 8.4.1
+    enum tlv_type {  // IEEE 802.1AB-2009, 8.4.1
         tlv_end = 0,
         tlv_chassis_id = 1,
         tlv_port_id = 2,
-        tlv_time_to_live = 3, // seconds
+        tlv_time_to_live = 3,  // seconds
         tlv_port_description = 4,
         tlv_system_name = 5,
         tlv_system_description = 6,
         tlv_system_capabilities = 7,
         tlv_management_address = 8,
-        tlv_organization = 127, // organisation (3 bytes), its subtype (1), information
+        tlv_organization = 127,  // organisation (3 bytes), its subtype (1), information
     };
 
-    enum tia_subtype { // ANSI/TIA-1057, 10.2.1
+    enum tia_subtype {  // ANSI/TIA-1057, 10.2.1
         tia_capabilities = 1,
         tia_network_policy = 2,
         tia_hardware_revision = 5,
@@ -44,8 +44,8 @@ public:
     };
     static constexpr unsigned int policy_unknown = 0x800000;
     static constexpr unsigned int policy_tagged = 0x400000;
-    static constexpr int policy_vlan_shift = 9;     // 12 bits
-    static constexpr int policy_priority_shift = 6; // 3 bits; below it 6 bits of DSCP
+    static constexpr int policy_vlan_shift = 9;      // 12 bits
+    static constexpr int policy_priority_shift = 6;  // 3 bits; below it 6 bits of DSCP
 
     static constexpr int ether_type = 0x88CC;
     static constexpr int ethernet_header_length = 14;
@@ -60,7 +60,7 @@ public:
     void add_tia_option(int subtype, str const& value);
     // The information of the first TIA TLV of a subtype; empty when there is none.
     str get_tia_option(int subtype) const;
-    str serialize() const; // the whole frame, not padded
+    str serialize() const;  // the whole frame, not padded
 
     option_list options;
 };

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int vlan_mtu = 1496; // leaves room for the tag in 1500 bytes
+constexpr int vlan_mtu = 1496;  // leaves room for the tag in 1500 bytes
 
 // Never emptied: an interface is created once in the life of the process.
 constinit sset<int> created_vlans;
@@ -69,7 +69,7 @@ bool is_contiguous_mask(str const& mask) {
     return zeros != 0 && zeros != ~0U && (zeros & (zeros + 1)) == 0;
 }
 
-} // namespace
+}  // namespace
 
 str lldp::setup_vlan_interface() const {
     if (log_level >= 5) {

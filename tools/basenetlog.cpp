@@ -39,7 +39,7 @@ options parse_command_line(int argc, char** argv) {
     bool path_seen = false;
     for (int i = 1; i < argc; ++i) {
         str const argument(argv[i]);
-        char const* const value = argv[i + 1]; // nullptr behind the last
+        char const* const value = argv[i + 1];  // nullptr behind the last
         if (argument == "--help") {
             fputs(usage, stdout);
             exit(0);
@@ -158,7 +158,7 @@ int open_raw_file(str path) {
     return fd;
 }
 
-} // namespace
+}  // namespace
 
 int main(int argc, char** argv) {
     options const chosen = parse_command_line(argc, argv);

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr int header_length = 4;    // type and length of an item
-constexpr int preamble_length = 10; // outer header, message kind, level
-constexpr int start_length = 14;    // all that comes before the text
+constexpr int header_length = 4;     // type and length of an item
+constexpr int preamble_length = 10;  // outer header, message kind, level
+constexpr int start_length = 14;     // all that comes before the text
 constexpr int atomic_length = PIPE_BUF;
 
 unsigned int number_at(str const& bytes, int offset, int size) {
@@ -55,7 +55,7 @@ void decode(str const& bytes, log_record& record) {
     }
 }
 
-} // namespace
+}  // namespace
 
 log_stream::result_type log_stream::next(log_record& record, bool at_end) {
     if (pending.empty()) {

@@ -16,10 +16,10 @@ struct log_record {
 class log_stream {
 public:
     enum result_type {
-        need_more,    // no whole record yet
-        whole_record, // `record` was filled
-        cut_record,   // `record` holds what there is of one that was cut short
-        garbage,      // `skipped` bytes belong to no record
+        need_more,     // no whole record yet
+        whole_record,  // `record` was filled
+        cut_record,    // `record` holds what there is of one that was cut short
+        garbage,       // `skipped` bytes belong to no record
     };
 
     void feed(unsigned char const* bytes, int count) { pending.append(bytes, count); }
