@@ -48,9 +48,9 @@ public:
         option_boot_file = 67,          // 9.5
         option_sip_servers = 120,       // RFC 3361
         option_vivso = 125,             // RFC 3925: vendor-identifying options
-        option_vlan_id = 132,           // RFC 4578 reserves it; phones take their VLAN from it
-        option_vlan_priority = 133,
-        option_end = 255,  // RFC 2132, 3.2
+        option_vlan_id = 132,           // RFC 4578 sets 128 to 135 aside; phones read their
+        option_vlan_priority = 133,     // VLAN from these two
+        option_end = 255,               // RFC 2132, 3.2
     };
 
     enum message_type {  // RFC 2132, 9.6

@@ -87,7 +87,7 @@ public:
     str& operator+=(char const* text);
     str& operator+=(unsigned char byte) {
         if (has_room(1)) {
-            int const position = end;
+            unsigned int const position = unsigned(end);
             extend(1);
             ref->data()[position] = byte;
         } else {
@@ -252,7 +252,8 @@ public:
 private:
     // Whether this value is the only user of its block, which has room for `count` more bytes.
     bool has_room(int count) const {
-        return ref && next == this && count <= ref->capacity - end;
+        // One branch less: appending bytes comes down to this line.
+        return ref && ((next == this) & (count <= ref->capacity - end));
     }
     // Makes room for `count` more bytes, which the caller then writes, in a block of its own.
     void writable(int count) {

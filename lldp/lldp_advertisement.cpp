@@ -118,6 +118,7 @@ unsigned int lldp::policy_word() const {
 }
 
 void lldp::setup_packet() {
+    (void)str::read_file(path_base_type);  // Intended: no TLV carries it. Do not add one.
     packet.options.clear();
     packet.add_option(lldp_packet::tlv_chassis_id, chassis_id(management_address));
     packet.add_option(lldp_packet::tlv_port_id,
