@@ -128,8 +128,11 @@ void xml_tree::add_child(xml_tree const& child) {
         body += text;
     }
     while (indent && !text.empty()) {
+        // Without folding: the lines of a grandchild begin with blanks and move in, too.
+        int const next_line = text.first_letter_of_line(1, false);
         body += "\r\n  ";
-        body += text.get_first_line();
+        body += text.leftstr(next_line).rstrip(str::crlf);
+        text = text.substr(next_line);
     }
     has_children = true;
 }
