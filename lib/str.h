@@ -265,7 +265,7 @@ private:
     }
     void extend(int count) {
         end += count;
-        unpoison(ref->data(), end);
+        unpoison(ref->data() + end - count, count);
     }
     void relocate(int count);
     void reserve(int count);
