@@ -1,0 +1,235 @@
+# What the guest part of a scenario is told with. The device is the guest's own network namespace, in a
+# folder tree like the device's; the switch and every server live in the namespace "sw", on the other
+# end of the wire.
+# shellcheck shell=sh
+
+out=/run/out        # what the machine gets to see
+device=/run/device  # root of the device's tree
+app=/run/out/nv/app # the daemon's working directory, as the machine sees it too
+pipe=net2app        # the log pipe in it
+daemon=             # process id, as is the next
+reader=
+
+# --- waiting ---
+
+# die TEXT: ends the scenario
+die() {
+    failure "$*"
+    exit 1
+}
+
+# wait_until WHAT COMMAND...: until COMMAND succeeds. Generous: a loaded machine is several times slower.
+wait_until() {
+    what=$1 tries=0
+    shift
+    until "$@"; do
+        tries=$((tries + 1))
+        [ $tries -lt 300 ] || die "waited 30 s in vain for $what"
+        sleep 0.1
+    done
+}
+
+file_says() {
+    grep -qsF -- "$2" "$1"
+}
+
+# wait_log TEXT: until the daemon has logged a line that holds TEXT, behind the line that the wait_log
+# before it found: a story tells things in their order. Descriptor 3 keeps the place in the log.
+wait_log() {
+    wait_until "the log line \"$1\"" log_says "$1"
+}
+
+log_says() {
+    while read -r record <&3; do
+        case $record in
+        *"$1"*) return 0 ;;
+        esac
+    done
+    daemon_runs || die "the daemon ended while the log line \"$1\" was awaited"
+    return 1
+}
+
+# log_count TEXT: how many log lines hold TEXT
+log_count() {
+    grep -cF -- "$1" $out/records
+}
+
+# --- network ---
+
+# A module that is in already is no failure.
+load_modules() {
+    for module; do
+        busybox insmod "/usr/lib/uml/modules/$(uname -r)/kernel/$module.ko" 2>/dev/null
+    done
+}
+
+make_network() {
+    load_modules lib/crc-ccitt net/ipv6/ipv6 net/llc/llc net/802/stp net/802/garp net/802/mrp \
+        net/8021q/8021q drivers/net/veth
+    ip link set lo up
+    ip netns add sw
+    ip -n sw link set lo up
+    ip link add eth1 type veth peer name p1 netns sw
+    for each in default p1; do
+        echo 0 | in_sw tee /proc/sys/net/ipv6/conf/$each/accept_dad >/dev/null
+    done
+    ip link set eth1 address "$mac" up
+    ip -n sw link set p1 up
+    ip -n sw addr add 10.1.0.1/24 dev p1
+}
+
+in_sw() {
+    ip netns exec sw "$@"
+}
+
+# switch_vlan ID: the switch's interface p1.ID in that VLAN, with the address 10.ID.0.1/24
+switch_vlan() {
+    ip -n sw link add link p1 name "p1.$1" type vlan id "$1"
+    ip -n sw link set "p1.$1" up
+    ip -n sw addr add "10.$1.0.1/24" dev "p1.$1"
+}
+
+# address_of INTERFACE: the IPv4 addresses of a device interface, "10.100.0.77/24"
+address_of() {
+    ip -o -4 addr show dev "$1" 2>/dev/null | awk '{ print $4 }'
+}
+
+has_address() {
+    [ -n "$(address_of "$1")" ]
+}
+
+broadcast_of() {
+    ip -o -4 addr show dev "$1" | sed -n 's/.* brd \([^ ]*\).*/\1/p'
+}
+
+default_route() {
+    ip -4 route show default | sed 's/ *$//'
+}
+
+# egress_map VLAN: which tag priority each socket priority gets, "0:5"
+egress_map() {
+    sed -n 's/.*EGRESS priority mappings: *//p' "/proc/net/vlan/$1" | sed 's/ *$//'
+}
+
+# capture NAME: every frame of the wire from now on goes to NAME.pcap
+capture() {
+    tcpdump -Z root -U --immediate-mode -i eth1 -w - >"$out/$1.pcap" 2>"$out/$1.tcpdump" &
+    eval "capture_$1=$!"
+    wait_until "the capture" file_says "$out/$1.tcpdump" "listening on"
+}
+
+end_capture() {
+    eval "end_process \$capture_$1"
+}
+
+end_process() {
+    kill "$1" 2>/dev/null
+    wait "$1" 2>/dev/null
+}
+
+# serve NAME READY COMMAND...: starts a server on the switch's side; it is ready when it says READY.
+# A server that is started once more begins a new log.
+serve() {
+    name=$1 ready=$2
+    shift 2
+    ip netns exec sw "$@" >"$out/$name.log" 2>&1 &
+    echo $! >"/run/$name.pid"
+    wait_until "$name to say \"$ready\"" file_says "$out/$name.log" "$ready"
+}
+
+stop_server() {
+    end_process "$(cat "/run/$1.pid")"
+    mv "$out/$1.log" "$out/$1.$(date +%s).log"
+}
+
+# --- device ---
+
+make_device() {
+    mkdir -p $device/proc/.k $device/proc/avalanche $device/nv $device/app $device/dev
+    mount -t proc proc $device/proc/.k
+    # Resolved by the reader, so that each process sees its own namespace.
+    ln -s .k/self/net $device/proc/net
+    ln -s .k/sys $device/proc/sys
+    ln -s .k/uptime $device/proc/uptime
+    mknod $device/dev/null c 1 3
+    mknod $device/dev/urandom c 1 9
+    for folder in lib lib64 usr/lib; do
+        mkdir -p "$device/$folder"
+        mount --bind "/$folder" "$device/$folder"
+        mount -o remount,bind,ro "$device/$folder"
+    done
+    mount --bind $out/nv $device/nv
+    cp $out/bin/basenetd $device/app/
+    link_file UP
+    echo "$mac" | tr -d '\n' >$out/nv/mac.txt
+    echo "6.4.2 build 7" >$out/nv/base.txt
+    echo "SN0042" | tr -d '\n' >$out/nv/serial.txt
+}
+
+# The Ethernet driver's word on the link. Replaced by rename: nobody may read it half written.
+link_file() {
+    bit=0
+    [ "$1" = UP ] && bit=1
+    echo "eth1: port 1: $1 link=$bit, speed=100, duplex=full" >$device/proc/avalanche/new
+    mv $device/proc/avalanche/new $device/proc/avalanche/cpmac_link
+}
+
+# settings NAME=VALUE...: writes settings.xml
+settings() {
+    {
+        printf '<?xml version="1.0"?>\n<settings>\n<phone-settings>\n'
+        for setting; do
+            printf '<%s perm="RW">%s</%s>\n' "${setting%%=*}" "${setting#*=}" "${setting%%=*}"
+        done
+        printf '</phone-settings>\n</settings>\n'
+    } >$app/settings.xml
+}
+
+# start_daemon ARGUMENT...: the log reader first, so that no record is lost
+start_daemon() {
+    start_log
+    unshare --root=$device --wd=/nv/app /app/basenetd "$@" </dev/null >>$out/daemon.out 2>&1 &
+    daemon=$!
+}
+
+start_log() {
+    : >>$out/records
+    [ -n "$reader" ] || exec 3<$out/records
+    $out/bin/basenetlog --raw $out/records.raw "$app/$pipe" >>$out/records 2>>$out/reader.out &
+    reader=$!
+    wait_until "the log pipe" test -p "$app/$pipe"
+}
+
+daemon_runs() {
+    [ -e "/proc/$daemon/exe" ] # gone for a zombie
+}
+
+# The daemon may never end by itself, nor print anything.
+check_daemon() {
+    [ -n "$daemon" ] || return 0
+    if ! daemon_runs; then
+        wait "$daemon"
+        failure "the daemon ended by itself, status $?"
+    fi
+    expect "printed by the daemon" "" "$(cat $out/daemon.out)"
+}
+
+stop_daemon() {
+    check_daemon
+    end_process "$daemon"
+    end_process "$reader"
+    daemon=
+}
+
+# Puts the network back as it was before the daemon came.
+clean_network() {
+    ip link show type vlan | sed -n 's/^[0-9]*: \([^@]*\)@.*/\1/p' | while read -r vlan; do
+        ip link del "$vlan"
+    done
+    ip -4 addr flush dev eth1
+    rm -f $app/settings.xml $app/resolv.conf $app/dhcp.info
+}
+
+memory_kb() {
+    awk '/^VmRSS/ { print $2 }' "/proc/$daemon/status"
+}

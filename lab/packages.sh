@@ -1,0 +1,62 @@
+# The Debian packages of the lab. Sourced by lab/test and run.
+# shellcheck shell=sh disable=SC2034
+
+build_packages="g++ make cmake"
+demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base tcpdump"
+test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tshark python3"
+
+# missing_packages NAME...: prints those that are not installed.
+missing_packages() {
+    for package; do
+        case $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) in
+        *" installed") ;;
+        *) echo "$package" ;;
+        esac
+    done
+}
+
+# need_packages NAME...: installs what is missing. Where it may not, says what to do and fails.
+need_packages() {
+    if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+        echo "This needs Debian 12 (apt-get was not found) with these packages: $*" >&2
+        return 1
+    fi
+    missing=$(missing_packages "$@" | tr '\n' ' ')
+    if [ -z "$missing" ]; then
+        if [ -x /usr/sbin/lldpcli ] || [ ! -e /usr/sbin/lldpcli ]; then
+            return 0
+        fi
+        echo "Only root and members of the group adm can run lldpcli, which the lab needs." >&2
+        return 1
+    fi
+    if [ "$(id -u)" != 0 ]; then
+        echo "Missing packages: $missing" >&2
+        echo "As root: apt-get install --no-install-recommends $missing" >&2
+        return 1
+    fi
+    echo "Installing $missing" >&2
+    install_quietly "$missing" || { echo "apt-get failed." >&2; return 1; }
+}
+
+# The servers serve inside the guest only: none of them may start on this machine, now or at its next boot.
+install_quietly() {
+    policy=/usr/sbin/policy-rc.d
+    if [ -e $policy ]; then
+        policy= # the machine has a rule of its own
+    else
+        trap 'rm -f "$policy"; exit 1' INT TERM
+        printf '#!/bin/sh\nexit 101\n' >$policy && chmod 755 $policy
+    fi
+    # shellcheck disable=SC2086 # a list of words
+    apt-get -qq update && DEBIAN_FRONTEND=noninteractive \
+        apt-get -qq install --no-install-recommends $1 >/dev/null </dev/null
+    installed=$?
+    [ -z "$policy" ] || rm -f "$policy"
+    trap - INT TERM
+    for service in lldpd isc-dhcp-server kea-dhcp4-server; do
+        case " $1" in
+        *" $service "*) systemctl disable $service >/dev/null 2>&1 ;;
+        esac
+    done
+    return $installed
+}
