@@ -21,7 +21,7 @@ guest() {
 summary() {
     echo
     echo "--- What came of it ---"
-    ip -br -4 address show up
+    ip -br address show up
     grep -h . /proc/net/vlan/eth1.100 | grep -E 'VID|priority'
     echo "MTU of eth1.100: $(cat /sys/class/net/eth1.100/mtu)"
     echo; echo "Routes:"; ip -4 route
