@@ -58,6 +58,7 @@ void dhcp::start(str const& interface_name) {
     }
     interface = interface_name;
     server = broadcast_server();
+    arp_conflict = false;  // A start sends DISCOVER, whatever came before.
     set();
     create_raw_socket();
     goto_state(state_init);

@@ -1,0 +1,742 @@
+#include "sim/sim.h"
+
+#include "core/main_loop.h"
+#include "core/timeout.h"
+#include "lib/utils.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <deque>
+#include <fcntl.h>
+#include <linux/if_packet.h>
+#include <linux/if_vlan.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <net/route.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/times.h>
+#include <unistd.h>
+#include <utility>
+
+// The C library's own functions, for what is real.
+extern "C" {
+int __real_close(int);
+int __real_fstat(int, struct stat*);
+void* __real_malloc(size_t);
+int __real_mkdir(char const*, mode_t);
+int __real_open(char const*, int, ...);
+ssize_t __real_read(int, void*, size_t);
+int __real_unlink(char const*);
+ssize_t __real_write(int, void const*, size_t);
+}
+
+namespace sim {
+
+std::map<std::string, file> files;
+std::vector<bytes> log_records;
+std::map<std::string, int> interfaces;
+std::map<std::string, std::string> configured;
+lines routes;
+std::vector<packet> sent;
+std::string last_select;
+int first_descriptor;
+int allocations = 0;
+unsigned int clock_ticks_offset = 0;
+
+namespace {
+
+struct message {
+    bytes data;
+    bytes from;  // a socket address
+};
+
+struct descriptor {
+    std::string path;  // of a file; empty for a socket
+    size_t offset = 0;
+    int domain = 0;
+    int type = 0;
+    int port = 0;             // EtherType of a packet socket
+    int interface_index = 0;  // of a packet socket
+    std::string device;       // SO_BINDTODEVICE
+    bytes peer;               // a socket address, when connected
+    lines flags;              // options and multicast groups
+    std::deque<message> incoming;
+
+    bool has(std::string const& flag) const {
+        return std::find(flags.begin(), flags.end(), flag) != flags.end();
+    }
+};
+
+constexpr long long epoch_ms = 1700000000000;  // of the wall clock, when the program begins
+
+long long clock_ms = 0;  // never goes back: the daemon counts the wraps of times()
+long long case_start_ms = 0;
+lines journal;
+std::map<int, descriptor> descriptors;
+std::map<std::string, std::pair<int, int>, std::less<>> failures;  // good calls left, error
+bool counting_allocations = false;
+
+int refuse(int error) {
+    errno = error;
+    return -1;
+}
+
+bool fails(char const* call) {
+    auto const found = failures.find(call);
+    if (found == failures.end() || found->second.first-- > 0) {
+        return false;
+    }
+    found->second.first = 0;  // from now on
+    errno = found->second.second;
+    return true;
+}
+
+descriptor* find(int fd) {
+    auto const found = descriptors.find(fd);
+    return found == descriptors.end() ? nullptr : &found->second;
+}
+
+// nullptr, with errno, when it is not open or the call is to fail.
+descriptor* usable(int fd, char const* call) {
+    descriptor* const found = find(fd);
+    if (!found) {
+        errno = EBADF;
+    }
+    return found && !fails(call) ? found : nullptr;
+}
+
+int add(descriptor const& fresh) {
+    int fd = first_descriptor;
+    while (descriptors.count(fd)) {
+        ++fd;
+    }
+    descriptors[fd] = fresh;
+    return fd;
+}
+
+bool is_simulated(std::string const& path) {
+    return path[0] != '/' || path.starts_with("/nv") || path.starts_with("/proc") ||
+           path.starts_with("/dev");
+}
+
+bool folder_exists(std::string const& path) {
+    size_t const slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 || files.count(path.substr(0, slash));
+}
+
+template<class structure>
+structure read_as(void const* memory) {
+    structure result;
+    memcpy(&result, memory, sizeof result);
+    return result;
+}
+
+bytes raw(void const* data, size_t size) {
+    return {static_cast<char const*>(data), size};
+}
+
+std::string interface_name(int index) {
+    for (auto const& [name, each] : interfaces) {
+        if (each == index) {
+            return name;
+        }
+    }
+    return "no interface";
+}
+
+// "192.0.2.1:67", or "[fe80::1%2]:547" with the scope if there is one.
+std::string endpoint(void const* address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    auto const v4 = read_as<sockaddr_in>(address);
+    if (v4.sin_family == AF_INET) {
+        inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+        return std::string(text) + ":" + std::to_string(ntohs(v4.sin_port));
+    }
+    auto const v6 = read_as<sockaddr_in6>(address);
+    inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
+    std::string const scope = v6.sin6_scope_id ? "%" + std::to_string(v6.sin6_scope_id) : "";
+    return "[" + std::string(text) + scope + "]:" + std::to_string(ntohs(v6.sin6_port));
+}
+
+std::string host(sockaddr const& address) {
+    return endpoint(&address).substr(0, endpoint(&address).find(':'));
+}
+
+bytes socket_address(std::string const& host, int port) {
+    sockaddr_in v4 = {AF_INET, htons(static_cast<uint16_t>(port)), {}, {}};
+    sockaddr_in6 v6 = {AF_INET6, v4.sin_port, 0, {}, 0};
+    if (inet_pton(AF_INET, host.c_str(), &v4.sin_addr) == 1) {
+        return raw(&v4, sizeof v4);
+    }
+    inet_pton(AF_INET6, host.c_str(), &v6.sin6_addr);
+    return raw(&v6, sizeof v6);
+}
+
+ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
+    packet out = {now(), IPPROTO_UDP, socket.device, "", data};
+    if (socket.domain == AF_PACKET) {
+        auto const address = read_as<sockaddr_ll>(to);
+        out.protocol = ntohs(address.sll_protocol);
+        out.interface = interface_name(address.sll_ifindex);
+        out.to = to_hex(raw(address.sll_addr, address.sll_halen));
+    } else {
+        out.to = endpoint(to);
+        if (out.to.starts_with("255.255.255.255") && !socket.has("broadcast")) {
+            return refuse(EACCES);
+        }
+    }
+    sent.push_back(out);
+    return ssize_t(data.size());
+}
+
+int configure(std::string const& request, std::string const& value) {
+    journal.push_back(request + " " + value);
+    configured[request] = value;
+    return 0;
+}
+
+int interface_request(unsigned long code, ifreq& request) {
+    static std::map<unsigned long, std::string> const addresses = {
+        {SIOCSIFADDR, "SIOCSIFADDR "},
+        {SIOCSIFNETMASK, "SIOCSIFNETMASK "},
+        {SIOCSIFBRDADDR, "SIOCSIFBRDADDR "},
+    };
+    std::string const name = request.ifr_name;
+    if (!interfaces.count(name)) {
+        return refuse(ENODEV);
+    }
+    if (addresses.count(code)) {
+        return configure(addresses.at(code) + name, host(request.ifr_addr));
+    }
+    switch (code) {
+    case SIOCGIFINDEX:
+        request.ifr_ifindex = interfaces[name];
+        return 0;
+    case SIOCGIFFLAGS:
+        request.ifr_flags = IFF_BROADCAST;
+        return 0;
+    case SIOCSIFFLAGS:
+        return configure("SIOCSIFFLAGS " + name, std::to_string(request.ifr_flags));
+    case SIOCSIFMTU:
+        return configure("SIOCSIFMTU " + name, std::to_string(request.ifr_mtu));
+    default:
+        return refuse(ENOTTY);
+    }
+}
+
+int route_request(bool is_new, rtentry const& request) {
+    std::string const route = std::string(request.rt_dev) + " " + host(request.rt_gateway);
+    journal.push_back((is_new ? "SIOCADDRT " : "SIOCDELRT ") + route + " to " +
+                      host(request.rt_dst) + "/" + host(request.rt_genmask) + " flags " +
+                      std::to_string(request.rt_flags));
+    if (!is_new) {
+        return std::erase(routes, route) ? 0 : refuse(ESRCH);
+    }
+    if (host(request.rt_gateway) == "0.0.0.0") {
+        return refuse(EINVAL);
+    }
+    routes.push_back(route);
+    return 0;
+}
+
+int vlan_request(vlan_ioctl_args const& request) {
+    std::string const device = request.device1;
+    if (request.cmd == ADD_VLAN_CMD) {
+        std::string const vlan = std::to_string(request.u.VID);
+        interfaces[device + "." + vlan] = 10 + request.u.VID;
+        return configure("add VLAN " + device, vlan);
+    }
+    bool const is_egress = request.cmd == SET_VLAN_EGRESS_PRIORITY_CMD;
+    return configure((is_egress ? "egress " : "ingress ") + device,
+                     std::to_string(request.u.skb_priority) + " to " +
+                         std::to_string(request.vlan_qos));
+}
+
+bool anything_to_read() {
+    return std::any_of(descriptors.begin(), descriptors.end(),
+                       [](auto const& each) { return !each.second.incoming.empty(); });
+}
+
+// "LEVEL TEXT | EXTRA"; the test fails when the lengths do not add up.
+std::string decoded(bytes const& record) {
+    auto const number = [&](size_t i) {
+        return size_t(utils::str2int(to_str(record.substr(std::min(i, record.size()), 2))));
+    };
+    size_t const text_end = 14 + number(12);
+    std::string line = std::to_string(number(8)) + " " + record.substr(14, number(12));
+    size_t const end = text_end == record.size() ? text_end : text_end + 4 + number(text_end + 2);
+    if (end != text_end) {
+        EXPECT_EQ(number(text_end), 2U) << to_hex(record);
+        line += " | " + record.substr(text_end + 4);
+    }
+    EXPECT_EQ(record.substr(0, 8),
+              hex("0000") + big_endian(unsigned(end) - 4, 2) + hex("00000002"));
+    EXPECT_EQ(number(10), 1U) << to_hex(record);
+    EXPECT_EQ(end, record.size()) << to_hex(record);
+    return line;
+}
+
+}  // namespace
+
+// --- What tests use ---
+
+bytes of(str const& value) {
+    return raw(value.cbuffer(), size_t(value.length()));
+}
+
+str to_str(bytes const& data) {
+    return str(reinterpret_cast<unsigned char const*>(data.data()), int(data.size()));
+}
+
+bytes hex(std::string const& digits) {
+    std::string packed = digits;
+    std::erase(packed, ' ');
+    return of(utils::hex2bin(to_str(packed)));
+}
+
+std::string to_hex(bytes const& data) {
+    return of(utils::bin2hex(to_str(data), false));
+}
+
+bytes big_endian(unsigned int value, int count) {
+    return of(utils::int2str(value, count));
+}
+
+bytes damaged(bytes const& good, std::minstd_rand& random) {
+    bytes data = good;
+    for (unsigned int changes = random() % 8; changes > 0; --changes) {
+        data[random() % data.size()] = static_cast<char>(random() >> 8);
+    }
+    size_t const cut = random() % (data.size() + 1);
+    unsigned int const kind = random() % 4;
+    return kind == 0 ? data.substr(0, cut) : kind == 1 ? data + data.substr(cut) : data;
+}
+
+double now() {
+    return double(clock_ms - case_start_ms) / 1000;
+}
+
+void jump(double seconds) {
+    clock_ms += std::llround(seconds * 1000);
+}
+
+void run_until(double moment) {
+    long long const end_ms = case_start_ms + std::llround(moment * 1000);
+    int idle_passes = 0;
+    while (idle_passes < 10000) {
+        auto const* const first = timeout_queue::global_queue.first();
+        long long const left = (end_ms - clock_ms) * 1000000;
+        if (!anything_to_read() && !(first && first->key - rtimestamp::now() <= left)) {
+            clock_ms = std::max(clock_ms, end_ms);
+            return;
+        }
+        long long const before_ms = clock_ms;
+        counting_allocations = true;
+        main_loop_pass();
+        counting_allocations = false;
+        idle_passes = clock_ms == before_ms ? idle_passes + 1 : 0;
+    }
+    ADD_FAILURE() << "the main loop goes round without letting time pass";
+}
+
+void run_for(double seconds) {
+    run_until(now() + seconds);
+}
+
+lines take_journal() {
+    return std::exchange(journal, {});
+}
+
+std::vector<packet> take_sent() {
+    return std::exchange(sent, {});
+}
+
+lines take_log() {
+    lines log;
+    std::transform(log_records.begin(), log_records.end(), std::back_inserter(log), decoded);
+    log_records.clear();
+    return log;
+}
+
+int count_logged(std::string const& line) {
+    return int(std::count_if(log_records.begin(), log_records.end(),
+                             [&](bytes const& record) { return decoded(record) == line; }));
+}
+
+void frame_arrives(std::string const& interface, int ether_type, bytes const& data) {
+    for (auto& [fd, each] : descriptors) {
+        bool const matches = each.domain == AF_PACKET && each.port == ether_type &&
+                             each.interface_index == interfaces[interface];
+        bool const to_group = each.type == SOCK_RAW && (data[0] & 1);
+        if (matches && (!to_group || each.has(to_hex(data.substr(0, 6))))) {
+            each.incoming.push_back({data, ""});
+        }
+    }
+}
+
+void datagram_arrives(int port, bytes const& data, std::string const& from) {
+    for (auto& [fd, each] : descriptors) {
+        if (each.domain != AF_PACKET && each.port == port) {
+            each.incoming.push_back({data, socket_address(from, port)});
+        }
+    }
+}
+
+std::string describe(int fd) {
+    descriptor const* const found = find(fd);
+    if (!found) {
+        return "closed";
+    }
+    std::string const port = std::to_string(found->port);
+    std::string text = found->domain == AF_PACKET
+                           ? "packet " + port + " " + interface_name(found->interface_index)
+                       : found->domain == AF_INET ? "udp *:" + port
+                                                  : "udp [*]:" + port;
+    text += found->device.empty() ? "" : " " + found->device;
+    text += found->peer.empty() ? "" : " to " + endpoint(found->peer.data());
+    for (std::string const& flag : found->flags) {
+        text += " " + flag;
+    }
+    return text;
+}
+
+int open_descriptors() {
+    return int(descriptors.size());
+}
+
+void fail(std::string const& call, int error, int good_calls) {
+    failures[call] = {good_calls, error};
+}
+
+void repair() {
+    failures.clear();
+}
+
+void reset_world() {
+    descriptors.clear();
+    failures.clear();
+    journal.clear();
+    log_records.clear();
+    configured.clear();
+    routes.clear();
+    sent.clear();
+    interfaces = {{"eth1", 2}};
+    files = {
+        {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
+    first_descriptor = 300;
+    clock_ms = (clock_ms + 9) / 10 * 10;
+    case_start_ms = clock_ms;
+}
+
+}  // namespace sim
+
+// --- The calls ---
+
+using namespace sim;
+
+// Objects of the tests and of the standard library do not count as the daemon's allocations.
+void* operator new(size_t size) {
+    return __real_malloc(size);
+}
+void operator delete(void* memory) noexcept {
+    free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    free(memory);
+}
+
+extern "C" {
+
+void* __wrap_malloc(size_t size) {
+    allocations += counting_allocations;
+    return __real_malloc(size);
+}
+
+clock_t __wrap_times(struct tms*) {
+    uint32_t const ticks = static_cast<uint32_t>(clock_ms / 10) + clock_ticks_offset;
+    return static_cast<clock_t>(ticks);
+}
+
+int __wrap_gettimeofday(struct timeval* time, void*) {
+    time->tv_sec = static_cast<time_t>((epoch_ms + clock_ms) / 1000);
+    time->tv_usec = static_cast<suseconds_t>(clock_ms % 1000 * 1000);
+    return 0;
+}
+
+unsigned int __wrap_sleep(unsigned int seconds) {
+    journal.push_back("sleep " + std::to_string(seconds));
+    return 0;
+}
+
+int __wrap_usleep(useconds_t microseconds) {
+    clock_ms += microseconds / 1000;
+    return 0;
+}
+
+int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval* limit) {
+    long const wait_ms = limit ? limit->tv_sec * 1000L + limit->tv_usec / 1000 : -1;
+    last_select = std::to_string(count) + " " + std::to_string(wait_ms);
+    if (fails("select")) {
+        return -1;
+    }
+    int ready = 0;
+    for (int fd = 0; fd < count; ++fd) {
+        if (!FD_ISSET(fd, readable)) {
+            continue;
+        }
+        last_select += " " + std::to_string(fd);
+        if (!find(fd)) {
+            return refuse(EBADF);
+        }
+        if (find(fd)->incoming.empty()) {
+            FD_CLR(fd, readable);
+        } else {
+            ++ready;
+        }
+    }
+    EXPECT_TRUE(ready || !anything_to_read()) << "a socket with data is not watched";
+    if (ready == 0) {
+        clock_ms += limit ? wait_ms : 0;
+    }
+    return ready || limit ? ready : refuse(EINTR);  // It would wait for ever.
+}
+
+int __wrap_open(char const* path, int flags, ...) {
+    if (!is_simulated(path)) {
+        return __real_open(path, flags, 0600);
+    }
+    if (fails("open")) {
+        return -1;
+    }
+    if (!files.count(path) && !((flags & O_CREAT) && folder_exists(path))) {
+        return refuse(ENOENT);
+    }
+    if (flags & O_TRUNC) {
+        files[path].content.clear();
+    }
+    if (files[path].kind == file::pipe) {
+        EXPECT_TRUE(flags & O_NONBLOCK) << "opening may wait for the reader";
+    } else {
+        journal.push_back(((flags & O_ACCMODE) == O_RDONLY ? "read " : "write ") +
+                          std::string(path));
+    }
+    descriptor fresh;
+    fresh.path = path;
+    return add(fresh);
+}
+
+int __wrap_close(int fd) {
+    if (fd >= 0 && fd <= 2) {
+        journal.push_back("close " + std::to_string(fd));
+        return 0;
+    }
+    return descriptors.erase(fd) ? 0 : __real_close(fd);
+}
+
+ssize_t __wrap_read(int fd, void* data, size_t size) {
+    descriptor* const source = find(fd);
+    if (!source) {
+        return __real_read(fd, data, size);
+    }
+    bytes const part = files[source->path].content.substr(source->offset, size);
+    memcpy(data, part.data(), part.size());
+    source->offset += part.size();
+    return ssize_t(part.size());
+}
+
+ssize_t __wrap_write(int fd, void const* data, size_t size) {
+    descriptor* const target = find(fd);
+    if (!target) {
+        return __real_write(fd, data, size);
+    }
+    file& written = files[target->path];
+    if (fails(written.kind == file::pipe ? "write log" : "write")) {
+        return -1;
+    }
+    if (written.kind == file::pipe) {
+        log_records.push_back(raw(data, size));
+    } else {
+        written.content += raw(data, size);
+    }
+    return ssize_t(size);
+}
+
+int __wrap_fstat(int fd, struct stat* status) {
+    descriptor const* const opened = find(fd);
+    if (!opened) {
+        return __real_fstat(fd, status);
+    }
+    file const& examined = files[opened->path];
+    bool const hides_size = opened->path.starts_with("/proc") || opened->path.starts_with("/dev");
+    *status = {};
+    status->st_mode = examined.kind == file::folder ? S_IFDIR
+                      : examined.kind == file::pipe ? S_IFIFO
+                                                    : S_IFREG;
+    status->st_size = examined.size_told >= 0 ? examined.size_told
+                      : hides_size            ? 0
+                                              : long(examined.content.size());
+    return fails("fstat") ? -1 : 0;
+}
+
+int __wrap_mkdir(char const* path, mode_t mode) {
+    if (!is_simulated(path)) {
+        return __real_mkdir(path, mode & 0777);
+    }
+    if (files.count(path)) {
+        return refuse(EEXIST);
+    }
+    files[path].kind = file::folder;
+    journal.push_back(std::string("mkdir ") + path);
+    return 0;
+}
+
+int __wrap_unlink(char const* path) {
+    return !is_simulated(path) ? __real_unlink(path) : files.erase(path) ? 0 : refuse(ENOENT);
+}
+
+int __wrap_rename(char const* from, char const* to) {
+    if (!files.count(from) || !folder_exists(to)) {
+        return refuse(ENOENT);
+    }
+    files[to] = files[from];
+    files.erase(from);
+    return 0;
+}
+
+int __wrap_umount(char const* path) {
+    journal.push_back(std::string("umount ") + path);
+    return 0;
+}
+
+int __wrap_reboot(int command) {
+    journal.push_back("reboot " + to_hex(big_endian(unsigned(command), 4)));
+    return 0;
+}
+
+sighandler_t __wrap_signal(int number, sighandler_t handler) {
+    journal.push_back((handler == SIG_IGN ? "ignore signal " : "signal ") + std::to_string(number));
+    return SIG_DFL;
+}
+
+int __wrap_socket(int domain, int type, int) {
+    descriptor fresh;
+    fresh.domain = domain;
+    fresh.type = type;
+    return fails("socket") ? -1 : add(fresh);
+}
+
+int __wrap_bind(int fd, struct sockaddr const* address, socklen_t) {
+    descriptor* const socket = usable(fd, "bind");
+    if (!socket) {
+        return -1;
+    }
+    if (socket->domain == AF_PACKET) {
+        socket->port = ntohs(read_as<sockaddr_ll>(address).sll_protocol);
+        socket->interface_index = read_as<sockaddr_ll>(address).sll_ifindex;
+    } else {
+        socket->port = ntohs(read_as<sockaddr_in>(address).sin_port);
+    }
+    return 0;
+}
+
+int __wrap_connect(int fd, struct sockaddr const* address, socklen_t size) {
+    descriptor* const socket = usable(fd, "connect");
+    if (!socket) {
+        return -1;
+    }
+    socket->peer = raw(address, size);
+    return 0;
+}
+
+int __wrap_getsockname(int fd, struct sockaddr* address, socklen_t* size) {
+    descriptor* const socket = usable(fd, "getsockname");
+    if (!socket) {
+        return -1;
+    }
+    bytes const local = socket_address(socket->domain == AF_INET ? "0.0.0.0" : "::", socket->port);
+    memcpy(address, local.data(), std::min(size_t(*size), local.size()));
+    *size = socklen_t(local.size());
+    return 0;
+}
+
+int __wrap_setsockopt(int fd, int level, int option, void const* value, socklen_t size) {
+    descriptor* const socket = usable(fd, "setsockopt");
+    if (!socket) {
+        return -1;
+    }
+    if (level == SOL_PACKET) {
+        auto const request = read_as<packet_mreq>(value);
+        EXPECT_EQ(request.mr_ifindex, socket->interface_index);
+        EXPECT_EQ(request.mr_type, PACKET_MR_MULTICAST);
+        std::string const group = to_hex(raw(request.mr_address, request.mr_alen));
+        socket->flags.push_back(option == PACKET_ADD_MEMBERSHIP ? group : "left " + group);
+    } else if (option == SO_BINDTODEVICE) {
+        socket->device = static_cast<char const*>(value);
+        EXPECT_LT(socket->device.size(), size);
+    } else {
+        socket->flags.emplace_back(option == SO_REUSEADDR ? "reuse" : "broadcast");
+    }
+    return 0;
+}
+
+ssize_t __wrap_sendto(int fd, void const* data, size_t size, int, struct sockaddr const* to,
+                      socklen_t) {
+    descriptor* const socket = usable(fd, "sendto");
+    return socket ? transmit(*socket, raw(data, size), to) : -1;
+}
+
+ssize_t __wrap_send(int fd, void const* data, size_t size, int) {
+    descriptor* const socket = usable(fd, "send");
+    return socket ? transmit(*socket, raw(data, size), socket->peer.data()) : -1;
+}
+
+ssize_t __wrap_recvfrom(int fd, void* data, size_t size, int flags, struct sockaddr* from,
+                        socklen_t* from_size) {
+    descriptor* const socket = usable(fd, "recvfrom");
+    if (!socket || socket->incoming.empty()) {
+        return socket ? refuse(EAGAIN) : -1;
+    }
+    EXPECT_TRUE(flags & MSG_DONTWAIT);
+    message const taken = socket->incoming.front();
+    socket->incoming.pop_front();
+    size_t const count = std::min(size, taken.data.size());
+    memcpy(data, taken.data.data(), count);
+    if (from) {
+        memcpy(from, taken.from.data(), std::min(size_t(*from_size), taken.from.size()));
+        *from_size = socklen_t(taken.from.size());
+    }
+    return ssize_t(count);
+}
+
+int __wrap_ioctl(int fd, unsigned long code, ...) {
+    va_list arguments;
+    va_start(arguments, code);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    descriptor* const socket = usable(fd, "ioctl");
+    if (!socket) {
+        return -1;
+    }
+    switch (code) {
+    case FIONBIO:
+        socket->flags.emplace_back("nonblocking");
+        return 0;
+    case SIOCADDRT:
+    case SIOCDELRT:
+        return route_request(code == SIOCADDRT, *static_cast<rtentry*>(argument));
+    case SIOCSIFVLAN:
+        return vlan_request(*static_cast<vlan_ioctl_args*>(argument));
+    default:
+        return interface_request(code, *static_cast<ifreq*>(argument));
+    }
+}
+
+}  // extern "C"

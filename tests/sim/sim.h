@@ -1,0 +1,110 @@
+// The simulated outside world of the unit tests: time, files, interfaces, the wire. sim.cpp stands
+// in for the system calls (linker option --wrap); calls on real files and descriptors go through.
+// A test makes the world, lets time pass in main loop passes, and reads what the daemon did.
+#pragma once
+
+#include "lib/str.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <ostream>
+#include <random>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace sim {
+
+using bytes = std::string;
+using lines = std::vector<std::string>;
+template<class... column>
+using table = std::vector<std::tuple<column...>>;
+
+bytes hex(std::string const& digits);  // blanks are skipped
+std::string to_hex(bytes const& data);
+bytes big_endian(unsigned int value, int count);
+bytes of(str const& value);
+str to_str(bytes const& data);
+
+// --- Time: seconds since the case began; only waiting lets it pass ---
+double now();
+void jump(double seconds);  // without any pass
+// Main loop passes until the moment, or for so long; what is due at that very moment is run.
+void run_until(double moment);
+void run_for(double seconds);
+
+// --- Files under /nv, /proc and /dev, and those with relative paths ---
+struct file {
+    enum kind_type { regular, folder, pipe };
+    bytes content;
+    kind_type kind = regular;
+    long size_told = -1;  // by fstat; -1: the true one, but 0 under /proc and /dev
+};
+extern std::map<std::string, file> files;
+
+// What the daemon did to the world, in order: "read PATH", "write PATH", "SIOCSIFADDR eth1
+// 192.0.2.2", "sleep 1", "reboot 1234567", ...
+lines take_journal();
+
+// --- The log pipe: as written, or decoded to "LEVEL TEXT", then " | EXTRA" if there is one ---
+extern std::vector<bytes> log_records;
+lines take_log();
+int count_logged(std::string const& line);  // does not take
+
+// --- Interfaces ---
+extern std::map<std::string, int> interfaces;          // index by name: "eth1" has 2
+extern std::map<std::string, std::string> configured;  // e.g. "SIOCSIFADDR eth1": "192.0.2.2"
+extern lines routes;                                   // e.g. "eth1 192.0.2.1"
+
+// --- The wire ---
+struct packet {
+    double at;
+    int protocol;  // EtherType, or 17 for UDP
+    std::string interface;
+    std::string to;  // hardware address in hex, or "192.0.2.1:67"
+    bytes data;
+};
+extern std::vector<packet> sent;
+std::vector<packet> take_sent();
+// To the packet sockets of that type on that interface, or the UDP sockets of that port.
+void frame_arrives(std::string const& interface, int ether_type, bytes const& data);
+void datagram_arrives(int port, bytes const& data, std::string const& from = "192.0.2.1");
+std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
+int open_descriptors();
+extern std::string last_select;  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
+
+// --- Failures, allocations, hostile input ---
+// Every call of that name fails, after so many good ones. ("write log": write() to a pipe)
+void fail(std::string const& call, int error, int good_calls = 0);
+void repair();
+extern int first_descriptor;             // the numbers of simulated descriptors begin here
+extern int allocations;                  // by the daemon in main loop passes
+extern unsigned int clock_ticks_offset;  // added to times()
+
+bytes damaged(bytes const& good, std::minstd_rand& random);
+// Feeds some damaged forms of `good`, and then the same again, which must not need more memory.
+template<class function>
+void expect_survives_damage(bytes const& good, function feed) {
+    unsigned int allocated[2];
+    for (unsigned int& each : allocated) {
+        std::minstd_rand random(1);
+        for (int i = 0; i < 2000; ++i) {
+            feed(damaged(good, random));
+        }
+        each = str::allocated_size;
+    }
+    EXPECT_EQ(allocated[0], allocated[1]);
+}
+
+// Starts and ends in a fresh world, with every global of the daemon as at its start.
+class test : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+}  // namespace sim
+
+inline void PrintTo(str const& value, std::ostream* out) {
+    *out << testing::PrintToString(sim::of(value));
+}

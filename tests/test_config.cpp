@@ -1,0 +1,148 @@
+#include "sim/sim.h"
+
+#include "config/config_file.h"
+#include "config/setting_container.h"
+#include "config/settings.h"
+#include "core/log.h"
+
+using namespace sim;
+
+namespace {
+
+class config_test : public sim::test {
+protected:
+    void SetUp() override {
+        test::SetUp();
+        settings.init();
+        tftp_enabled = false;
+    }
+};
+
+std::string section(std::string const& elements) {
+    return "<phone-settings>" + elements + "</phone-settings>";
+}
+
+std::string document(std::string const& body) {
+    return "<?xml version=\"1.0\"?><settings>" + body + "</settings>";
+}
+
+}  // namespace
+
+TEST_F(config_test, every_setting_has_its_key_default_and_variable) {
+    table<std::string, str*, char const*> const texts = {
+        {"base_name", &base_name, "vorn-q7"},
+        {"asset_id", &asset_id, ""},
+        {"ieee802_1x_username", &ieee_802_1x_username, ""},
+        {"ieee802_1x_password", &ieee_802_1x_password, ""},
+        {"dhcp", &use_dhcp, ""},
+        {"ip_adr", &ip_adr, ""},
+        {"netmask", &netmask, ""},
+        {"gateway", &gateway, ""},
+        {"dns_server1", &static_dns_server1, ""},
+        {"dns_server2", &static_dns_server2, ""},
+        {"dns_server3", &static_dns_server3, ""},
+        {"dns_server4", &static_dns_server4, ""},
+        {"dns_domain", &static_dns_domain, ""},
+        {"ntp_server", &ntp_server, "pool.ntp.org"},
+        {"http_username", &http_username1, "admin"},
+        {"http_password", &http_password1, "bluefern"},
+    };
+    EXPECT_EQ(settings.registered.count, 20);
+    std::string elements = "<vlan_id>5</vlan_id><vlan_prio>6</vlan_prio><log idx='10'>3</log>"
+                           "<telnet_enabled>true</telnet_enabled>";
+    for (auto const& [key, variable, initially] : texts) {
+        EXPECT_EQ(*variable, initially);
+        elements += "<" + key + ">new " + key + "</" + key + ">";
+        EXPECT_EQ(settings.registered.find(key.c_str())->confidential, key.ends_with("password"));
+    }
+    process_config_file(document(section(elements)).c_str());
+    for (auto const& [key, variable, initially] : texts) {
+        EXPECT_EQ(*variable, ("new " + key).c_str());
+    }
+    EXPECT_EQ(
+        (lines{std::to_string(vlan_id), std::to_string(vlan_prio), std::to_string(log_level)}),
+        (lines{"5", "6", "3"}));
+    EXPECT_TRUE(tftp_enabled);
+}
+
+TEST_F(config_test, a_file_assigns_what_it_can_and_no_more) {
+    std::string const a = "<base_name>a</base_name>";
+    lines const refused = {"3 Could not process configuration file"};
+    for (auto const& [content, name_afterwards, log] : table<std::string, char const*, lines>{
+             {document(section(a)), "a", {}},
+             {document(section(a + "<vlan_id>x</vlan_id>") +
+                       section("<base_name>b &amp; c</base_name>")),
+              "b & c",
+              {}},
+             {document(section("<Base_name>x</Base_name><base_name idx=\"1\">y</base_name>")),
+              "vorn-q7",
+              {}},
+             {document(section("<base_name/>")), "", {}},
+             {document(a), "vorn-q7", {}},
+             {document("<other>" + a + "</other>"), "vorn-q7", {}},
+             {"<?xml?><Settings>" + section(a) + "</Settings>", "vorn-q7", {}},
+             {document(section(a + a)).substr(0, 80), "", {}},  // cut off inside the name
+             {" " + document(section(a)), "vorn-q7", refused},
+             {"<?xm", "vorn-q7", refused}}) {
+        SetUp();
+        process_config_file(content.c_str());
+        EXPECT_EQ(base_name, name_afterwards) << content;
+        EXPECT_EQ(take_log(), log) << content;
+    }
+}
+
+TEST_F(config_test, only_a_missing_or_empty_file_lets_tftp_in) {
+    reload_settings();
+    EXPECT_TRUE(tftp_enabled);
+    for (char const* content : {"", "no xml", "<?xml?><settings/>"}) {
+        tftp_enabled = false;
+        files["settings.xml"].content = content;
+        reload_settings();
+        EXPECT_EQ(tftp_enabled, *content == 0) << content;
+    }
+}
+
+TEST_F(config_test, values_are_read_by_the_type_of_the_setting) {
+    for (std::string const word :
+         {"true", "TRUE", "On", "yes", "1", "enabled", "false", "", "true "}) {
+        settings.set_provision("telnet_enabled", word.c_str(), str::null, str::null);
+        EXPECT_EQ(tftp_enabled, word.size() > 1 && word.size() < 5) << word;
+    }
+    settings.set_provision("tftp_enabled", "true", str::null, str::null);
+    EXPECT_FALSE(tftp_enabled);
+    settings.set_provision("log", "1", str::null, str::null);
+    EXPECT_EQ(log_level, 9);
+    settings.set_provision("vlan_id", " 12 and more", str::null, str::null);
+    EXPECT_EQ(vlan_id, 12);
+}
+
+TEST_F(config_test, perm_sets_the_permission_and_binding_anew_keeps_it) {
+    for (auto const& [perm, permission] : table<char const*, int>{
+             {"R", 1}, {"x", 1}, {"", 1}, {"W", 2}, {"-w-", 2}, {"rw", 0}, {"Wr", 0}, {"r", 1}}) {
+        settings.set_provision("log", "9", perm, "10");
+        EXPECT_EQ(settings.registered.find("log10")->permission, permission) << perm;
+    }
+    static int other;
+    settings.register_int("log", 10, other, true);
+    settings.set_provision("log", "4", str::null, "10");
+    EXPECT_EQ(other * 10 + log_level, 49);
+    EXPECT_EQ(settings.registered.find("log10")->permission, 1);
+    EXPECT_EQ(settings.registered.count, 20);
+}
+
+TEST_F(config_test, a_short_value_does_not_keep_the_file_in_memory) {
+    std::string const body = section("<base_name>short</base_name>") + bytes(100000, ' ');
+    files["settings.xml"].content = document(body);
+    reload_settings();
+    EXPECT_EQ(base_name, "short");
+    EXPECT_LE(base_name.capacity(), 16);
+}
+
+TEST_F(config_test, damaged_files_neither_crash_nor_cost_memory) {
+    std::string const elements =
+        "<log idx=\"10\" perm='rw'>9</log><base_name>a&amp;&#x41;<![CDATA[b]]></base_name><!-- -->";
+    expect_survives_damage(document(section(elements)), [](bytes const& damaged) {
+        process_config_file(to_str(damaged));
+        log_records.clear();
+    });
+}
