@@ -2,6 +2,7 @@
 
 #include "core/device_paths.h"
 #include "core/log.h"
+#include "dns/dns_resolver.h"
 #include "lldp/lldp.h"
 
 constinit str link_status_text;
@@ -50,6 +51,7 @@ void link_went_down() {
         }
         agent.stop();
     });
+    dns_services.clear();  // Another network may answer otherwise.
 }
 
 // The first reading is only stored. An empty one, as while the file is replaced, says nothing.

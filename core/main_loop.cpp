@@ -2,8 +2,10 @@
 
 #include "core/timeout.h"
 #include "dhcp/dhcp.h"
+#include "dns/dns_resolver.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
+#include "ntp/ntp_client.h"
 
 #include <sys/select.h>
 #include <unistd.h>
@@ -44,7 +46,12 @@ private:
     int largest = 0;
 };
 
-void watch_clients(descriptor_set& watched) {
+void watch_all(descriptor_set& watched) {
+    watched.add(dns_socket4);
+    watched.add(dns_socket6);
+    for (ntp_client const& client : ntp) {
+        watched.add(client.socket);
+    }
     for (auto* each = dhcp::clients.first(); each; each = dhcp::clients.next(each)) {
         watched.add(each->value.fd);
         watched.add(each->value.arp_fd);
@@ -69,7 +76,35 @@ void serve(descriptor_set const& readable, smap<str, client> const& clients, str
     }
 }
 
-void serve_clients(descriptor_set const& readable) {
+void serve_dns(descriptor_set const& readable, int fd, str (*receive)(int, ip_port&)) {
+    if (!readable.contains(fd)) {
+        return;
+    }
+    ip_port sender;
+    str const packet = receive(fd, sender);
+    if (!packet.empty()) {
+        dns_services.on_pdu_available(packet, sender);
+    }
+}
+
+void serve_ntp(descriptor_set const& readable, ntp_client& client) {
+    if (!readable.contains(client.socket)) {
+        return;
+    }
+    ip_port sender;
+    str const packet = client.ipv6 ? utils::recv_udp_packet6(client.socket, sender)
+                                   : utils::recv_udp_packet4(client.socket, sender);
+    if (!packet.empty()) {
+        client.process_packet(packet);
+    }
+}
+
+void serve_all(descriptor_set const& readable) {
+    serve_dns(readable, dns_socket4, utils::recv_udp_packet4);
+    serve_dns(readable, dns_socket6, utils::recv_udp_packet6);
+    for (ntp_client& client : ntp) {
+        serve_ntp(readable, client);
+    }
     str key;
     for (auto* each = dhcp::clients.first(); each; each = dhcp::clients.after(key)) {
         key = each->key;
@@ -86,12 +121,12 @@ void serve_clients(descriptor_set const& readable) {
 
 void main_loop_pass() {
     descriptor_set descriptors;
-    watch_clients(descriptors);
+    watch_all(descriptors);
     int const ready = descriptors.wait(timeout_queue::global_queue.delay(true));
     (void)rtimestamp::now();  // keeps count of the clock's wraps
     if (ready == 0) {
         timeout_queue::global_queue.next();
     } else if (ready > 0) {
-        serve_clients(descriptors);
+        serve_all(descriptors);
     }
 }

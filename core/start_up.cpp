@@ -8,6 +8,7 @@
 #include "core/timestamp.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
+#include "ntp/ntp_client.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -79,6 +80,7 @@ void start_up() {
     init_timestamps();
     mac_addr = utils::get_mac_addr();
     seed_random_numbers();
+    init_ntp();
     settings.init();
     check_start_script();
     lldp::clients.find_or_insert(wired_interface).start(wired_interface);

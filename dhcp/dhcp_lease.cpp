@@ -6,6 +6,7 @@
 #include "dhcp/resolv_conf.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
+#include "ntp/ntp_client.h"
 
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -58,6 +59,24 @@ void publish(dhcp_packet const& ack, str const& server) {
     write_resolv_conf();
 }
 
+// Intended: without option 42 the server is 0.0.0.0. Do not leave it unset.
+void publish_ntp_server(dhcp_packet const& ack) {
+    if (ntp_server.empty()) {
+        return;
+    }
+    str const option = ack.get_option(dhcp_packet::option_ntp_server);
+    str const server = utils::readable_ip(utils::padding(option, 4, 0), false);
+    ntp_client& client = ntp[ntp_from_dhcp4];
+    if (client.server == server) {
+        return;
+    }
+    client.server = server;
+    client.start_client();
+    if (log_level >= 7) {
+        log_add_message(7, str::sprintf("DHCPv4: Set NTP server to %s", server), str::null);
+    }
+}
+
 }  // namespace
 
 void dhcp::apply_lease(dhcp_packet const& ack) {
@@ -70,6 +89,7 @@ void dhcp::apply_lease(dhcp_packet const& ack) {
     create_udp_socket();
     goto_state(state_bound);
     log_lease();
+    publish_ntp_server(ack);
 }
 
 void dhcp::log_lease() const {
@@ -164,6 +184,7 @@ void dhcp::set(str const& ip, str const& mask, str const& broadcast, str const& 
     applied_netmask = mask;
     applied_broadcast = broadcast;
     applied_gateway = router;
+    start_manual_ntp_server();
 }
 
 void dhcp::set() {

@@ -32,7 +32,13 @@ lines take_calls() {
     return std::exchange(calls, {});
 }
 
-class core_test : public sim::test {};
+class core_test : public sim::test {
+protected:
+    void SetUp() override {
+        test::SetUp();
+        ntp_server.clear();  // or the first address starts a request for its name
+    }
+};
 
 }  // namespace
 

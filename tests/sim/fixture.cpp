@@ -8,7 +8,11 @@
 #include "core/start_up.h"
 #include "core/timeout.h"
 #include "dhcp/dhcp.h"
+#include "dns/dns_resolver.h"
 #include "lldp/lldp.h"
+#include "ntp/ntp_client.h"
+
+#include <unistd.h>
 
 namespace sim {
 
@@ -66,10 +70,42 @@ void restore(value* const (&globals)[count]) {
     }
 }
 
+void close_socket(int& fd) {
+    if (fd != -1) {
+        close(fd);
+        fd = -1;
+    }
+}
+
+void reset_dns() {
+    dns_services.clear();
+    dns_services.requests.clear();
+    dns_services.pending.clear();
+    dns_services.next_id = 1;
+    dns_resolver::best_server.clear();
+    close_socket(dns_socket4);
+    close_socket(dns_socket6);
+}
+
+void reset_ntp() {
+    for (ntp_client& client : ntp) {
+        close_socket(client.socket);
+        client.server.clear();
+        client.ipv6 = false;
+        client.attempts = 0;
+        client.timer.clear();
+    }
+    init_ntp();
+    ntp_server_selected = false;
+    manual_ntp_started = false;
+}
+
 void reset_daemon() {
     dhcp::clients.clear();
     lldp::clients.clear();
     link_timer.clear();
+    reset_dns();
+    reset_ntp();
     settings.registered.clear();
     log_fd = -1;
     restore(texts);

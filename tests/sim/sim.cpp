@@ -471,6 +471,11 @@ int __wrap_gettimeofday(struct timeval* time, void*) {
     return 0;
 }
 
+int __wrap_settimeofday(struct timeval const* time, void*) {
+    journal.push_back("settimeofday " + std::to_string(time->tv_sec));
+    return 0;
+}
+
 unsigned int __wrap_sleep(unsigned int seconds) {
     journal.push_back("sleep " + std::to_string(seconds));
     return 0;
