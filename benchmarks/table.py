@@ -7,7 +7,7 @@ import json
 import sys
 
 
-YARDSTICKS = ("std::string", "std::map", "std::multimap", "snprintf", "malloc")
+YARDSTICKS = ("std::string", "std::map", "std::multimap", "snprintf", "malloc", "c-ares", "ldns", "3 x std::map")
 
 
 def results(path):
@@ -29,13 +29,16 @@ def main():
     ours, theirs = {}, {}
     for result in results(sys.argv[2]):
         operation, who, size = split_name(result["run_name"])
-        side = theirs if who in YARDSTICKS else ours
-        side[operation, size] = (who, times[result["run_name"]], result["allocations"])
-    print(f"{'operation':24} {'size':>6}  {'ours':20} {'ns':>11} {'allocs':>8}  {'yardstick':20} {'ns':>11} {'allocs':>8}  ratio")
+        cell = (who, times[result["run_name"]], result["allocations"])
+        if who in YARDSTICKS:
+            theirs.setdefault((operation, size), []).append(cell)
+        else:
+            ours[operation, size] = cell
+    print(f"{'operation':26} {'size':>6}  {'ours':20} {'ns':>11} {'allocs':>8}  {'yardstick':20} {'ns':>11} {'allocs':>8}  ratio")
     for key, own in ours.items():
-        line = f"{key[0]:24} {key[1]:>6}" + cells(*own)
-        if key in theirs:
-            line += cells(*theirs[key]) + f" {own[1] / theirs[key][1]:6.2f}"
+        line = f"{key[0]:26} {key[1]:>6}" + cells(*own)
+        for yardstick in theirs.get(key, []):
+            line += cells(*yardstick) + f" {own[1] / yardstick[1]:6.2f}"
         print(line)
 
 

@@ -68,13 +68,13 @@ bool has_both_top_bits_in_a_byte(str const& text) {
 
 // The lifetime of negative entries from an authority record, whose type is not looked at.
 // Intended: the SOA's REFRESH. Do not take MINIMUM (RFC 2308, 5).
-int read_authority(str const& packet, int& offset) {
-    skip_name(packet, offset);
+int read_authority(str const& packet, name_reader const& names, int& offset) {
+    names.skip(offset);
     int const length = number16(packet, offset + 8);
     offset += record_head;
     int behind_names = offset;
-    skip_name(packet, behind_names);
-    skip_name(packet, behind_names);
+    names.skip(behind_names);
+    names.skip(behind_names);
     offset += length;
     return static_cast<int>(number32(packet, behind_names + 4));
 }
@@ -100,7 +100,7 @@ str dns_resolver::build_query(int id, str const& name, dns_type type) const {
 
 str dns_resolver::convert_address(str const& packet) {
     int offset = 0;
-    return read_name(packet, offset);
+    return name_reader(packet).read(offset);
 }
 
 bool dns_resolver::process_answer(str const& packet, int id) {
@@ -117,22 +117,23 @@ bool dns_resolver::process_answer(str const& packet, int id) {
         // Intended: the request has lost its timer and stays for good. Do not complete it.
         return false;
     }
+    name_reader names(packet);
     int offset = header_length;
     str question;
     int question_type = 0;
     for (int n = number16(packet, 4); n > 0; --n) {
-        question = read_name(packet, offset);
+        question = names.read(offset);
         question_type = number16(packet, offset);
         offset += question_tail;
     }
     bool answered = false;
     for (int n = number16(packet, 6); n > 0; --n) {
-        answered |= process_record(packet, offset, response_code == rcode_no_error, question,
+        answered |= process_record(packet, names, offset, response_code == rcode_no_error, question,
                                    question_type);
     }
     int negative_lifetime = default_negative_lifetime;
     for (int n = number16(packet, 8); n > 0; --n) {
-        negative_lifetime = read_authority(packet, offset);
+        negative_lifetime = read_authority(packet, names, offset);
     }
     str known;
     if (!answered && request && !cache_lookup(question, request->type, known)) {
@@ -143,9 +144,9 @@ bool dns_resolver::process_answer(str const& packet, int id) {
 
 // Reads one record of the answer section into the cache, if the answer is usable, and leaves
 // `offset` behind it. Whether it answers the question.
-bool dns_resolver::process_record(str const& packet, int& offset, bool usable, str const& question,
-                                  int question_type) {
-    str const owner = read_name(packet, offset);
+bool dns_resolver::process_record(str const& packet, name_reader& names, int& offset, bool usable,
+                                  str const& question, int question_type) {
+    str const owner = names.read(offset);
     int const type = number16(packet, offset);
     bool const is_internet = number16(packet, offset + 2) == class_internet;
     int const ttl = static_cast<int>(number32(packet, offset + 4));
@@ -166,7 +167,7 @@ bool dns_resolver::process_record(str const& packet, int& offset, bool usable, s
                   type_aaaa);
         return about_question && question_type == record_aaaa;
     case record_cname: {
-        str const target = read_name(packet, data_offset);
+        str const target = names.read(data_offset);
         if (has_both_top_bits_in_a_byte(target)) {
             if (log_level >= 1) {
                 log_add_message(1, "DNS: Received invalid address specification", str::null);

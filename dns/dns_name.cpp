@@ -45,15 +45,23 @@ private:
     unsigned char seen[(highest_target - lowest_target) / 8 + 1];
 };
 
+unsigned char lower(unsigned char byte) {
+    return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
+}
+
 // Collects a name: short ones on the stack, so that the result takes one block of just its size.
 class name_builder {
 public:
-    void append(unsigned char byte) {
-        if (used == sizeof buffer) {
+    void append_dot() { append_label(reinterpret_cast<unsigned char const*>("."), 1); }
+    void append_label(unsigned char const* bytes, int count) {
+        if (count > int(sizeof buffer) - used) {
             rest.append(buffer, used);
             used = 0;
         }
-        buffer[used++] = byte;
+        for (int i = 0; i < count; ++i) {
+            buffer[used + i] = lower(bytes[i]);
+        }
+        used += count;
     }
     int length() const { return rest.length() + used; }
     str result() {
@@ -65,18 +73,31 @@ public:
     }
 
 private:
-    unsigned char buffer[256];
+    unsigned char buffer[256];  // more than the longest label
     int used = 0;
     str rest;
 };
 
-unsigned char lower(unsigned char byte) {
-    return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
-}
-
 }  // namespace
 
-str read_name(str const& message, int& offset) {
+str name_reader::read(int& offset) {
+    bool const is_only_pointer = is_pointer(message[offset]);
+    int const start = is_only_pointer ? pointer_target(message, offset) : offset;
+    for (known_name const& each : known) {
+        if (is_only_pointer && each.offset == start) {
+            offset += 2;
+            return each.name;
+        }
+    }
+    known_name& fresh = known[next_known];
+    next_known = (next_known + 1) % known_max;
+    fresh.name = decode(offset);
+    fresh.offset = start;
+    return fresh.name;
+}
+
+str name_reader::decode(int& offset) const {
+    unsigned char const* const bytes = message.buffer();
     name_builder name;
     visited_targets visited;
     int i = offset;
@@ -86,7 +107,7 @@ str read_name(str const& message, int& offset) {
         int const length = message[i];
         bool const ends = length == 0;
         if (!ends && name.length() > part_start) {
-            name.append('.');
+            name.append_dot();
         }
         if (ends || is_pointer(message[i])) {
             if (!jumped) {
@@ -99,16 +120,14 @@ str read_name(str const& message, int& offset) {
             i = pointer_target(message, i);
             part_start = name.length();
         } else {
-            int const end = i + 1 + length < message.length() ? i + 1 + length : message.length();
-            for (int k = i + 1; k < end; ++k) {
-                name.append(lower(message[k]));
-            }
+            int const available = message.length() - (i + 1);
+            name.append_label(bytes + i + 1, length < available ? length : available);
             i += 1 + length;
         }
     }
 }
 
-void skip_name(str const& message, int& offset) {
+void name_reader::skip(int& offset) const {
     while (message[offset] != 0) {
         if (is_pointer(message[offset])) {
             offset += 2;

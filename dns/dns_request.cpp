@@ -127,7 +127,14 @@ int dns_send_proc(ip_port const& to, str const& packet) {
         int const fd = utils::open_udp_socket(0, to.is_ipv6());
         socket = fd < 0 ? -1 : fd;
     }
-    return socket == -1 ? -1 : utils::send_udp_packet(socket, to, packet);
+    if (socket == -1) {
+        return -1;
+    }
+    bool const is_ipv6_multicast = to.is_ipv6() && to.adr[0] == 0xFF;
+    if (is_ipv6_multicast) {
+        utils::set_multicast_interface(socket, default_interface_index);
+    }
+    return utils::send_udp_packet(socket, to, packet);
 }
 
 void dns_resolver::on_pdu_available(str const& packet, ip_port const& from) {

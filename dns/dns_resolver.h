@@ -18,6 +18,8 @@
 #include "lib/linked_list.h"
 #include "lib/smap.h"
 
+class name_reader;
+
 class dns_resolver {
 public:
     enum dns_type { type_a = 0, type_srv = 1, type_cname = 2, type_naptr = 3, type_aaaa = 4 };
@@ -88,8 +90,8 @@ private:
     static str qualified(str const& name);
     dns_cache_entry const* find_entry(str const& name, dns_type type, bool& is_circle) const;
     str build_query(int id, str const& name, dns_type type) const;
-    bool process_record(str const& packet, int& offset, bool usable, str const& question,
-                        int question_type);
+    bool process_record(str const& packet, name_reader& names, int& offset, bool usable,
+                        str const& question, int question_type);
 
     int cache_size = 0;  // bytes of all keys and values
     str vain_key;        // of the answer whose callbacks run

@@ -53,6 +53,8 @@ void close_udp_socket(int fd);
 // Bound to `port` and connected to `peer`; a link-local peer is reached by the interface.
 int open_udp_client(int port, ip_port const& peer, int interface_index);
 void set_nonblocking(int fd);
+// IPv6 multicast leaves the socket by that interface.
+void set_multicast_interface(int fd, int interface_index);
 // The results are those of the system call; 0 for empty data, which is not sent.
 int send_udp_packet(int fd, ip_port const& peer, str const& data);
 int send_udp_packet(int fd, str const& data);

@@ -105,24 +105,52 @@ zero_run find_zero_run(str const& adr) {
     return best;
 }
 
-str readable_groups(str const& adr, int first, int end) {
-    str text;
+void append_hex(str& text, unsigned int group) {
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        if (group >> shift || shift == 0) {
+            text += "0123456789abcdef"[group >> shift & 15];
+        }
+    }
+}
+
+void append_groups(str& text, str const& adr, int first, int end) {
     for (int n = first; n < end; ++n) {
         if (n > first) {
             text += ':';
         }
-        text += str::hex_text(group_at(adr, n), 0).tolower();
+        append_hex(text, group_at(adr, n));
+    }
+}
+
+str readable_ipv4(str const& adr) {
+    str text;
+    for (int n = 0; n < 4; ++n) {
+        int const byte = adr[n];
+        if (n > 0) {
+            text += '.';
+        }
+        if (byte >= 100) {
+            text += static_cast<char>('0' + byte / 100);
+        }
+        if (byte >= 10) {
+            text += static_cast<char>('0' + byte / 10 % 10);
+        }
+        text += static_cast<char>('0' + byte % 10);
     }
     return text;
 }
 
 str readable_ipv6(str const& adr) {
     zero_run const run = find_zero_run(adr);
+    str text;
     if (run.count == 0) {
-        return readable_groups(adr, 0, group_count);
+        append_groups(text, adr, 0, group_count);
+        return text;
     }
-    return readable_groups(adr, 0, run.first) +
-           "::" + readable_groups(adr, run.first + run.count, group_count);
+    append_groups(text, adr, 0, run.first);
+    text += "::";
+    append_groups(text, adr, run.first + run.count, group_count);
+    return text;
 }
 
 }  // namespace
@@ -131,8 +159,7 @@ str utils::readable_ip(str const& adr, bool brackets) {
     if (adr.length() == ip_port::ipv6_length) {
         return brackets ? str::sprintf("[%s]", readable_ipv6(adr)) : readable_ipv6(adr);
     }
-    str const ipv4 = adr.length() == 4 ? adr : str::null;
-    return str::sprintf("%d.%d.%d.%d", int(ipv4[0]), int(ipv4[1]), int(ipv4[2]), int(ipv4[3]));
+    return readable_ipv4(adr.length() == 4 ? adr : str::null);
 }
 
 str utils::readable_ip(ip_port const& endpoint) {

@@ -151,6 +151,10 @@ void utils::set_nonblocking(int fd) {
     }
 }
 
+void utils::set_multicast_interface(int fd, int interface_index) {
+    setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_IF, &interface_index, sizeof interface_index);
+}
+
 int utils::send_udp_packet(int fd, ip_port const& peer, str const& data) {
     if (data.empty()) {
         return 0;
