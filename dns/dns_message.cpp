@@ -84,13 +84,15 @@ int read_authority(str const& packet, name_reader const& names, int& offset) {
 str dns_resolver::build_query(int id, str const& name, dns_type type) const {
     str query = utils::int2str(unsigned(id), 2) + utils::int2str(flag_recursion_desired, 2) +
                 utils::int2str(1, 2) + str('\0', 6);
-    for (int n = 0;; ++n) {
-        str const label = name.get_field(n, ".").strip(str::lws);
+    for (str rest = name; !rest.empty();) {
+        int const dot = rest.find(".");
+        str const label = (dot < 0 ? rest : rest.leftstr(dot)).strip(str::lws);
         if (label.empty()) {
-            break;
+            break;  // What is behind two dots in a row does not count.
         }
         query += static_cast<unsigned char>(label.length());
         query += label.tolower();
+        rest = dot < 0 ? str::null : rest.substr(dot + 1);
     }
     query += '\0';
     query += utils::int2str(query_type(type), 2);
@@ -163,7 +165,7 @@ bool dns_resolver::process_record(str const& packet, name_reader& names, int& of
         add_cache(owner, utils::readable_ip(utils::padding(data, 4, 0), false), ttl, type_a);
         return about_question && question_type == record_a;
     case record_aaaa:
-        add_cache(owner, utils::readable_ip(data.leftstr(ip_port::ipv6_length), false), ttl,
+        add_cache(owner, utils::readable_ip(data.leftstr(ip_port::ipv6_length), true), ttl,
                   type_aaaa);
         return about_question && question_type == record_aaaa;
     case record_cname: {

@@ -151,14 +151,10 @@ void dns_resolver::on_pdu_available(str const& packet, ip_port const& from) {
     }
     str known;
     dns_request const* const request = requests.find(id);
-    bool const in_vain = request && !cache_lookup(request->name, request->type, known);
-    vain_key = in_vain ? cache_key(request->type, request->name) : str::null;
+    answered_in_vain = request && !cache_lookup(request->name, request->type, known) &&
+                       !cache_lookup(request->name, type_cname, known);
     call_and_delete(id);
-    vain_key.clear();
-}
-
-bool dns_resolver::answered_in_vain(str const& name, dns_type type) const {
-    return !vain_key.empty() && vain_key == cache_key(type, qualified(name));
+    answered_in_vain = false;
 }
 
 void dns_resolver::call_and_delete(int id) {

@@ -25,7 +25,7 @@ public:
     enum dns_type { type_a = 0, type_srv = 1, type_cname = 2, type_naptr = 3, type_aaaa = 4 };
 
     struct dns_cache_entry {
-        str value;  // address or name as text; empty: known not to exist
+        str value;  // name, or address as text, IPv6 in brackets; empty: known not to exist
         timeout timer;
     };
 
@@ -61,10 +61,6 @@ public:
     static void resend_request(int id);
     static void unregister_entry(str const& key);
 
-    // While the callbacks of an answer run: whether it was an answer to this very question that
-    // left nothing in the cache, so that to ask again at once would never end.
-    bool answered_in_vain(str const& name, dns_type type) const;
-
     // Parses one response into the cache; false when it is not usable.
     bool process_answer(str const& packet, int id);
     // Keeps a value for `ttl` seconds, 60 at least.
@@ -82,6 +78,9 @@ public:
     smap<str, int> pending;            // id by cache key
     smap<str, dns_cache_entry> cache;  // by type, blank, name
     int next_id = 1;
+    // While the callbacks of an answer run: it left nothing in the cache under the name asked
+    // for, so that to ask again at once might never end.
+    bool answered_in_vain = false;
 
 private:
     static str const& type_name(dns_type type);
@@ -94,7 +93,6 @@ private:
                         str const& question, int question_type);
 
     int cache_size = 0;  // bytes of all keys and values
-    str vain_key;        // of the answer whose callbacks run
 };
 
 extern dns_resolver dns_services;

@@ -2,7 +2,6 @@
 
 #include "config/settings.h"
 #include "core/log.h"
-#include "dns/dns_resolver.h"
 #include "lib/utils.h"
 
 #include <initializer_list>
@@ -81,6 +80,17 @@ void ntp_client::start_client() {
     schedule_next();
 }
 
+// Asks the resolver, which starts this client again; after an answer that did not help only when
+// some time has passed.
+void ntp_client::request_name(str const& name, dns_resolver::dns_type type) {
+    callback_argument const restart(restart_ntp_client, index);
+    if (dns_services.answered_in_vain) {
+        timer.callback(rtimestamp::s2ticks(repeat_in_vain_interval), restart);
+    } else {
+        dns_services.request_dns(name, type, restart);
+    }
+}
+
 // Intended: a request to a resolved address arms no timer. Do not repeat it when no answer comes.
 void ntp_client::resolve_and_send(str const& address) {
     if (log_level >= 8) {
@@ -89,13 +99,9 @@ void ntp_client::resolve_and_send(str const& address) {
     str const name = dns_services.resolve_alias(address);
     for (dns_resolver::dns_type type : {dns_resolver::type_aaaa, dns_resolver::type_a}) {
         str value;
-        if (!dns_services.cache_lookup(name, type, value)) {
-            callback_argument const restart(restart_ntp_client, index);
-            if (dns_services.answered_in_vain(name, type)) {
-                timer.callback(rtimestamp::s2ticks(repeat_in_vain_interval), restart);
-            } else {
-                dns_services.request_dns(name, type, restart);
-            }
+        bool const is_known = name.empty() || dns_services.cache_lookup(name, type, value);
+        if (!is_known) {
+            request_name(name, type);
             return;
         }
         if (!value.empty()) {

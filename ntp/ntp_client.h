@@ -10,6 +10,7 @@
 #pragma once
 
 #include "core/timeout.h"
+#include "dns/dns_resolver.h"
 
 class ntp_client {
 public:
@@ -30,7 +31,8 @@ public:
 
 private:
     bool is_other_selected() const;
-    void resolve_and_send(str const& name);
+    void resolve_and_send(str const& address);
+    void request_name(str const& name, dns_resolver::dns_type type);
 };
 
 constexpr int ntp_count = 3;
