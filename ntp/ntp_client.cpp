@@ -166,8 +166,9 @@ void ntp_client::process_packet(str const& packet) {
         selected_ntp_client = index;
     }
     timeval time = {};
-    time.tv_sec =
-        static_cast<time_t>(utils::str2ulong(packet, transmit_seconds_offset) + unix_offset);
+    unsigned int const unix_seconds =
+        utils::str2ulong(packet, transmit_seconds_offset) + unix_offset;
+    time.tv_sec = static_cast<time_t>(unix_seconds);
     settimeofday(&time, nullptr);
     attempts = attempts_finished;
     schedule_next();
