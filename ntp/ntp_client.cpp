@@ -7,7 +7,8 @@
 #include <initializer_list>
 #include <sys/time.h>
 
-constinit ntp_client ntp[ntp_count];
+// Initialised when the program starts: g++ 12 makes a constinit array of such a class all zeros.
+ntp_client ntp[ntp_count];
 constinit int selected_ntp_client = 0;
 constinit bool ntp_server_selected = false;
 constinit bool manual_ntp_started = false;
@@ -39,6 +40,8 @@ str request_packet() {
 }
 
 }  // namespace
+
+ntp_client::ntp_client() = default;
 
 void init_ntp() {
     for (int i = 0; i < ntp_count; ++i) {

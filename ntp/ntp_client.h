@@ -14,6 +14,8 @@
 
 class ntp_client {
 public:
+    ntp_client();
+
     // One attempt: asks the server, or for its address first. Nothing without a server.
     void start_client();
     void send_ntp_packet(str const& server_text);
