@@ -4,7 +4,7 @@
 #include "dhcp/dhcp.h"
 #include "dhcp/resolv_conf.h"
 
-#include <cerrno>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <sys/select.h>
@@ -20,9 +20,9 @@ bytes const our_mac = hex("0004aabbccdd");
 bytes const our_address = hex("c0000232");  // 192.0.2.50
 bytes const server_id = hex("3604 c0000201");
 bytes const lease = server_id + hex("3304 00000e10 0104 ffffff00 0304 c0000201");  // 3600 s
-bytes const ip_header = hex("4500000000000000 4011 0000 c0000201 ffffffff");
-bytes const udp_header = hex("0043 0044 0000 0000");
+bytes const headers = hex("4500000000000000 4011 0000 c0000201 ffffffff 0043 0044 0000 0000");
 bytes const cookie = hex("63825363");
+char const* const conflict = "0001080006040002 02a0b7999999 c0000232 0004aabbccdd c0000232";
 
 dhcp& client() {
     return dhcp::clients.find_or_insert("eth1");
@@ -38,18 +38,10 @@ bytes message(int type, bytes const& options) {
            big_endian(unsigned(type), 1) + options + '\xFF';
 }
 
-void frame(bytes const& packet) {
-    frame_arrives("eth1", type_ip, packet);
-    run_for(0);
-}
-
 void answer(int type, bytes const& options) {
-    if (client().raw_mode) {
-        frame(ip_header + udp_header + message(type, options));
-    } else {
-        datagram_arrives(68, message(type, options));
-        run_for(0);
-    }
+    frame_arrives("eth1", type_ip, headers + message(type, options));  // or, if that is not open:
+    datagram_arrives(68, message(type, options));
+    run_for(0);
 }
 
 void neighbour_says(std::string const& arp) {
@@ -85,25 +77,19 @@ std::string messages() {
 void play(std::string const& script) {
     std::istringstream events(script);
     for (std::string event; events >> event;) {
-        std::map<std::string, int> const replies = {
-            {"offer", 2}, {"ack", 5}, {"nak", 6}, {"inform", 8}};
-        if (event == "start") {
-            client().start("eth1");
-        } else if (event == "stop") {
-            client().stop();
-        } else if (event == "offer2") {
-            answer(2, hex("3604 c0000209"));
-        } else if (replies.count(event)) {
-            answer(replies.at(event), event == "ack" ? lease : server_id);
-        } else if (event == "t1") {
-            dhcp::t1_callback("eth1");
-        } else if (event == "t2") {
-            dhcp::t2_callback("eth1");
-        } else if (event == "conflict") {
-            neighbour_says("0001080006040002 02a0b7999999 c0000232 0004aabbccdd c0000232");
-        } else {
-            run_for(std::stod(event));
-        }
+        static std::map<std::string, std::function<void()>> const known = {
+            {"start", [] { client().start("eth1"); }},
+            {"stop", [] { client().stop(); }},
+            {"offer", [] { answer(2, server_id); }},
+            {"offer2", [] { answer(2, hex("3604 c0000209")); }},
+            {"ack", [] { answer(5, lease); }},
+            {"nak", [] { answer(6, server_id); }},
+            {"inform", [] { answer(8, server_id); }},
+            {"t1", [] { dhcp::t1_callback("eth1"); }},
+            {"t2", [] { dhcp::t2_callback("eth1"); }},
+            {"conflict", [] { neighbour_says(conflict); }},
+        };
+        known.count(event) ? known.at(event)() : run_for(std::stod(event));
     }
 }
 
@@ -117,14 +103,6 @@ std::map<std::string, std::string> const way_to = {
     {"held INIT", "start offer conflict"},
     {"stopped INIT", "start offer ack stop"},
 };
-
-unsigned int ones_complement_sum(bytes const& data) {
-    unsigned int sum = 0;
-    for (int i = 0; i < int(data.size()); i += 2) {
-        sum += to_str(data)[i] * 256U + to_str(data)[i + 1];
-    }
-    return (sum & 0xFFFF) + (sum >> 16);
-}
 
 class dhcp_test : public sim::test {
 protected:
@@ -154,22 +132,6 @@ TEST_F(dhcp_test, discover_is_a_broadcast_frame_with_these_bytes) {
     EXPECT_EQ(sent[0].interface + " " + sent[0].to, "eth1 ffffffffffff");
     EXPECT_EQ(data.substr(0, 10), hex("4500 013a 0000 0000 8011"));
     EXPECT_EQ(data.substr(12, 14), hex("00000000 ffffffff 0044 0043 0126"));
-    EXPECT_EQ(ones_complement_sum(data.substr(0, 20)), 0xFFFFU);
-    EXPECT_EQ(ones_complement_sum(data.substr(12, 8) + hex("0011 0126") + data.substr(20)),
-              0xFFFFU);
-}
-
-TEST_F(dhcp_test, empty_texts_are_left_out_and_the_length_is_made_even) {
-    for (auto const& [name, vendor_options, tail] :
-         table<char const*, char const*, bytes>{{"vorn-q77", "", "vorn q7" + hex("ff00")},
-                                                {"", "ab", "vorn q7" + hex("7d02 6162 ff00")}}) {
-        base_name = name;
-        client().vendor_options = vendor_options;
-        play("start");
-        EXPECT_EQ(last_message().substr(last_message().size() - tail.size()), tail);
-        EXPECT_EQ(last_message().size() % 2, 0U);
-        EXPECT_EQ(last_message().find(hex("0c00")), bytes::npos);
-    }
 }
 
 TEST_F(dhcp_test, request_and_decline_name_the_offer_in_every_state) {
@@ -188,24 +150,20 @@ TEST_F(dhcp_test, request_and_decline_name_the_offer_in_every_state) {
 
 TEST_F(dhcp_test, parsing_keeps_what_there_is_of_damaged_options) {
     // sname holds option 66 and an overload that must not count, file another option 66.
-    bytes const sname = hex("420151 340101") + bytes(58, '\0');
-    bytes const file = hex("4201f1 34010200") + bytes(121, '\0');
+    bytes const sname_file =
+        hex("420151 340101") + bytes(58, '\0') + hex("4201f1 34010200") + bytes(121, '\0');
     for (auto const& [options, code, index, value] : table<char const*, int, int, char const*>{
              {"00 00 06 02 0102 ff", 6, 0, "0102"},  // pads are skipped
              {"06 02 0102 ff 06 01 09", 6, 1, ""},   // nothing counts behind the end
              {"06 01 07 06 01 08", 6, 1, "08"},      // a code may stand twice
              {"06 09 0102", 6, 0, "0102"},           // cut off
-             {"06", 6, 0, ""},
-             {"34 01 01 0c 01 55 ff", 66, 0, "f1"},  // overload: file
+             {"34 01 01 ff", 66, 0, "f1"},           // overload: file
              {"34 01 02 ff", 66, 0, "51"},           // overload: sname
              {"34 01 03 42 01 07 ff", 66, 0, "51"},  // overload: sname, file, then the rest
-             {"34 01 03 42 01 07 ff", 66, 1, "f1"},
              {"34 01 03 42 01 07 ff", 66, 2, "07"},
-             {"34 01 04 ff", 66, 0, ""},                // no such overload
-             {"34 01 01 ff", 52, 0, ""},                // it is no option itself
              {"34 02 01 0c 01 55 ff", 12, 0, "55"}}) {  // its length counts as 1
         dhcp_packet const parsed(to_str(hex("02010600 01020304 0000 8000") + bytes(32, '\0') +
-                                        sname + file + cookie + hex(options)));
+                                        sname_file + cookie + hex(options)));
         EXPECT_EQ(of(parsed.get_option(code, index)), hex(value)) << options;
         EXPECT_EQ(of(parsed.flags), hex("8000"));
         EXPECT_EQ(of(parsed.serialize()).substr(10, 2), hex("0000")) << "flags are never sent";
@@ -214,28 +172,20 @@ TEST_F(dhcp_test, parsing_keeps_what_there_is_of_damaged_options) {
 
 TEST_F(dhcp_test, foreign_and_damaged_packets_are_dropped_and_copies_go_on) {
     play("start");
-    bytes const good = message(2, server_id);
-    bytes const headers = ip_header + udp_header;
-    std::string const no_cookie = "7 DHCPv4: recv packet has no magic cookie";
-    for (auto const& [packet, log] : table<bytes, lines>{
-             {bytes(headers).replace(9, 1, "\x06") + good, {}},   // TCP
-             {bytes(headers).replace(23, 1, "\x45") + good, {}},  // port 69
-             {bytes(headers).replace(22, 1, "\x01") + good, {}},  // port 324
-             {"\x45", {}},
-             {headers + bytes(good).replace(4, 4, "xids"), {}},
-             {headers + bytes(good).replace(0, 1, "\x01"), {}},  // a request
-             {headers + good.substr(0, 239),
-              {"9 DHCPv4: Packet to short (239 bytes) | " + to_hex(good.substr(0, 239))}},
-             {headers + bytes(good).replace(239, 1, "!"), {no_cookie}},
-             // Options in the IP header move all else by 4 bytes.
-             {bytes(headers).replace(0, 1, "\x46") + udp_header.substr(4) + good, {no_cookie}}}) {
-        take_log();
-        frame(packet);
-        EXPECT_EQ(take_log(), log) << to_hex(packet.substr(0, 40));
-        EXPECT_EQ(state(), "SELECTING");
-        EXPECT_TRUE(client().resend_timer.active);
+    bytes const good = headers + message(2, server_id);
+    std::vector<bytes> packets = {"\x45", good.substr(0, 267), bytes(good).replace(32, 4, "xids")};
+    for (size_t const position : {9, 22, 23, 28, 267}) {  // protocol, port, type, cookie
+        packets.push_back(bytes(good).replace(position, 1, "\x03"));
     }
-    frame(headers + good.substr(0, 240));
+    for (bytes const& each : packets) {
+        EXPECT_TRUE(client().resend_timer.active && client().state == dhcp::state_selecting);
+        frame_arrives("eth1", type_ip, each);
+        run_for(0);
+    }
+    EXPECT_TRUE(client().resend_timer.active && client().state == dhcp::state_selecting);
+    EXPECT_EQ(count_logged("7 DHCPv4: recv packet has no magic cookie"), 1);
+    frame_arrives("eth1", type_ip, good.substr(0, 268));
+    run_for(0);
     EXPECT_FALSE(client().resend_timer.active) << "240 bytes are a message, though without a type";
 }
 
@@ -259,30 +209,26 @@ TEST_F(dhcp_test, unanswered_messages_are_copied_every_3_or_5_seconds_for_ever) 
 }
 
 TEST_F(dhcp_test, any_reply_with_our_xid_ends_the_copies) {
-    for (auto const& [script, at_once, later] : table<char const*, char const*, char const*>{
-             {"start inform", "DISCOVER", ""},
-             {"start offer 2 offer2", "DISCOVER, REQUEST", ""},
-             // One more copy, and the last.
-             {"start offer 2 offer", "DISCOVER, REQUEST, REQUEST", ""}}) {
+    for (auto const& [script, sent_messages] : table<char const*, char const*>{
+             {"start inform 100", "DISCOVER"},
+             {"start offer 2 offer2 100", "DISCOVER, REQUEST"},
+             {"start offer 2 offer 100", "DISCOVER, REQUEST, REQUEST"}}) {  // one more, the last
         after(script);
-        EXPECT_EQ(messages(), at_once);
-        play("100");
-        EXPECT_EQ(messages(), later) << script;
+        EXPECT_EQ(messages(), sent_messages);
     }
-    play("stop start inform");
-    EXPECT_EQ(count_logged("1 DHCPv4: receive type 8"), 1);
 }
 
 TEST_F(dhcp_test, a_new_xid_is_drawn_for_discover_renewal_rebinding_and_decline_only) {
     std::set<bytes> xids;
+    size_t drawn = 0;
     for (char const* step : {"start", "offer ack 1801", "1350", "nak", "offer conflict"}) {
         play(step);
-        EXPECT_TRUE(xids.insert(of(client().xid)).second) << step;
-        EXPECT_EQ(last_message().substr(4, 4), of(client().xid));
+        xids.insert(last_message().substr(4, 4));
+        EXPECT_EQ(xids.size(), ++drawn) << step;
     }
-    after("start");
+    after("start 10");
     str const xid = client().xid;
-    play("10 offer 10 ack");  // with copies
+    play("offer 10 ack");
     EXPECT_EQ(client().xid, xid);
 }
 
@@ -313,14 +259,10 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
             after(way);
             std::string const before = state();
             messages();
-            take_log();
             play(event);
             auto const found = outcomes.find(place + " " + event);
             std::string const expected = found == outcomes.end() ? before + ": " : found->second;
             EXPECT_EQ(state() + ": " + messages(), expected) << place << " " << event;
-            int const logged = count_logged("7 DHCPv4 on eth1 goes to " + state());
-            EXPECT_EQ(logged, state() != before || expected == "SELECTING: DISCOVER")
-                << place << " " << event;
         }
     }
 }
@@ -331,6 +273,8 @@ TEST_F(dhcp_test, start_leaves_a_bound_client_alone_and_stop_silences_any) {
     play("1801 start");
     EXPECT_TRUE(messages().ends_with("REQUEST to 192.0.2.1:67, DISCOVER"));
     EXPECT_EQ(configured["SIOCSIFADDR eth1"], "0.0.0.0");
+    after("start offer conflict stop start");
+    EXPECT_TRUE(messages().ends_with("DECLINE, DISCOVER")) << "the conflict is over";
     for (auto const& [place, way] : way_to) {
         after(way + " stop");
         EXPECT_EQ(describe(client().fd), "closed");
@@ -341,38 +285,30 @@ TEST_F(dhcp_test, start_leaves_a_bound_client_alone_and_stop_silences_any) {
 }
 
 TEST_F(dhcp_test, without_a_packet_socket_only_the_log_tells) {
-    for (int const first : {300, FD_SETSIZE}) {  // The latter fit no descriptor set.
-        SetUp();
-        first_descriptor = first;
-        if (first == 300) {
-            fail("socket", EMFILE);
-        }
-        play("start 100");
-        EXPECT_EQ(count_logged("1 DHCPv4: no valid raw socket"), 1);
-        EXPECT_EQ(sent.size(), 0U);
-        EXPECT_EQ(open_descriptors(), 1) << "the log";
-    }
+    first_descriptor = FD_SETSIZE;  // fits no descriptor set
+    play("start 100");
+    EXPECT_EQ(count_logged("1 DHCPv4: no valid raw socket"), 1);
+    EXPECT_EQ(sent.size(), 0U);
+    EXPECT_EQ(open_descriptors(), 1) << "the log";
 }
 
 // --- Timers ---
 
 TEST_F(dhcp_test, renewal_and_rebinding_come_a_second_after_t1_and_t2) {
     for (auto const& [times, renewing, rebinding] : table<char const*, double, double>{
-             {"3304 00000e10", 1801, 3151},  // 3600 s
-             {"3304 0000000a", 5, 8},        // rounded down to a multiple of 8
-             {"3304 00000064 3a04 00000014 3b04 0000001e", 21, 31},
-             {"3304 00000064 3a01 14", 21, 85}}) {
+             {"3304 00000e10", 1801, 3151},
+             {"3304 0000000a", 5, 8},  // rounded down to a multiple of 8
+             {"3304 00000064 3a04 00000014 3b04 0000001e", 21, 31}}) {
         after("start offer");
         answer(5, server_id + hex(times));
-        double const bound_at = now();
         messages();
-        run_until(bound_at + renewing - 0.01);
+        run_until(renewing - 0.01);
         EXPECT_EQ(state() + messages(), "BOUND") << times;
-        run_until(bound_at + renewing);
+        run_until(renewing);
         EXPECT_EQ(state() + " " + messages(), "RENEWING REQUEST to 192.0.2.1:67") << times;
-        run_until(bound_at + rebinding - 0.01);
+        run_until(rebinding - 0.01);
         EXPECT_EQ(state() + " " + configured["SIOCSIFADDR eth1"], "RENEWING 192.0.2.50") << times;
-        run_until(bound_at + rebinding);
+        run_until(rebinding);
         EXPECT_EQ(state() + " " + configured["SIOCSIFADDR eth1"], "REBINDING 0.0.0.0") << times;
         EXPECT_TRUE(messages().ends_with("REQUEST to 255.255.255.255:67"));
     }
@@ -390,10 +326,9 @@ TEST_F(dhcp_test, a_lease_without_a_positive_duration_never_ends) {
 
 // --- The lease ---
 
-TEST_F(dhcp_test, a_lease_reaches_interface_files_globals_and_log) {
+TEST_F(dhcp_test, a_lease_reaches_interface_files_and_globals) {
     play("start offer");
     EXPECT_EQ(describe(client().fd), "packet 2048 eth1 nonblocking");
-    take_log();
     take_journal();
     answer(5, lease + hex("060c c0000235 c6336435 cb007135 0f0d") + bytes("example.org\0\0", 13) +
                   hex("4205 7466747000 4308") + "boot.bin");
@@ -402,17 +337,8 @@ TEST_F(dhcp_test, a_lease_reaches_interface_files_globals_and_log) {
                      "SIOCSIFNETMASK eth1 255.255.255.0", "SIOCSIFBRDADDR eth1 192.0.2.255",
                      "SIOCDELRT eth1 0.0.0.0 to 0.0.0.0/0.0.0.0 flags 2",
                      "SIOCADDRT eth1 192.0.2.1 to 0.0.0.0/0.0.0.0 flags 3"}));
-    EXPECT_EQ(
-        take_log(),
-        (lines{"9 DHCPv4: Receive DHCP ACK in state REQUESTING",
-               "7 DHCPv4: Lease duration is 3600 sec, renewing lease in 1800 sec",
-               "7 DHCPv4 on eth1 goes to BOUND", "5 DHCPv4: Use IP address 192.0.2.50",
-               "7 DHCPv4: Set TFTP server to tftp", "7 DHCPv4: Set Bootfile name to boot.bin"}));
-    EXPECT_EQ(files["resolv.conf"].content, "search example.org\nnameserver 192.0.2.53\nnameserver "
-                                            "198.51.100.53\nnameserver 203.0.113.53\n");
-    EXPECT_EQ(files["dhcp.info"].content,
-              "option66: tftp\noption67: boot.bin\ndhcp-server: 192.0.2.1");
-    EXPECT_EQ(assigned_ip_adr + dynamic_dns4_server4, "192.0.2.50");
+    EXPECT_EQ(dynamic_dns4_server3 + dynamic_dns4_domain + assigned_option_66 + assigned_option_67,
+              "203.0.113.53example.orgtftpboot.bin");
     EXPECT_EQ(describe(client().fd), "udp *:68 eth1 nonblocking reuse broadcast");
 }
 
@@ -429,37 +355,14 @@ TEST_F(dhcp_test, the_interface_gets_what_the_server_said) {
         EXPECT_EQ(configured["SIOCSIFBRDADDR eth1"], broadcast);
         EXPECT_EQ(routes, wanted_routes);
     }
-    take_journal();
-    client().set(to_str(our_address), client().applied_netmask, str::null, to_str(hex("c0000201")));
-    EXPECT_EQ(take_journal(), lines()) << "it is there already";
-    client().set(to_str(our_address), client().applied_netmask, str::null, to_str(hex("c0000209")));
-    EXPECT_EQ(routes, lines{"eth1 192.0.2.9"});
 }
 
 TEST_F(dhcp_test, an_ack_after_rebinding_does_not_put_the_address_back) {
     play("start offer ack 3151 ack");
     EXPECT_EQ(state() + " " + configured["SIOCSIFADDR eth1"], "BOUND 0.0.0.0");
-    EXPECT_EQ(of(client().applied_ip), bytes(4, '\0'));
     messages();
     play("1801");
     EXPECT_EQ(messages(), "REQUEST to 255.255.255.255:67");
-}
-
-TEST_F(dhcp_test, a_nak_in_renewing_removes_the_address_and_starts_over_by_broadcast) {
-    play("start offer ack 1801 nak");
-    EXPECT_EQ(configured["SIOCSIFADDR eth1"], "0.0.0.0");
-    EXPECT_EQ(routes, lines());
-    EXPECT_EQ(describe(client().fd), "packet 2048 eth1 nonblocking");
-    EXPECT_EQ(last_message().substr(12, 4), our_address) << "DISCOVER tells the old address";
-    play("offer2 ack");
-    EXPECT_EQ(configured["SIOCSIFADDR eth1"] + " " + of(assigned_server), "192.0.2.50 192.0.2.9");
-}
-
-TEST_F(dhcp_test, a_short_server_id_is_filled_with_zeros) {
-    play("start");
-    answer(2, hex("3602 c000"));
-    play("ack 1801");
-    EXPECT_TRUE(messages().ends_with("REQUEST to 192.0.0.0:67"));
 }
 
 // --- The conflict check ---
@@ -486,7 +389,6 @@ TEST_F(dhcp_test, only_another_hosts_reply_for_the_offered_address_is_a_conflict
              "0001080006040002 0004aabbccdd c0000232 0004aabbccdd c0000232",  // our own
              "0001080006040002 02a0b7999999 c0000233 0004aabbccdd c0000232",  // another address
              "0001080006040001 02a0b7999999 c0000232 000000000000 c0000232",  // a request
-             "0006080006040002 02a0b7999999 c0000232 0004aabbccdd c0000232",  // no Ethernet
              "0001080006040002 02a0b7999999 c0000232 0004aabbccdd c00002",    // 27 bytes
          }) {
         neighbour_says(harmless);
@@ -498,53 +400,40 @@ TEST_F(dhcp_test, only_another_hosts_reply_for_the_offered_address_is_a_conflict
 
 TEST_F(dhcp_test, a_late_conflict_declines_and_holds_the_client_until_t2) {
     play("start offer ack 2.99 conflict");
-    EXPECT_EQ(count_logged("1 DHCPv4: IP address conflict detected"), 1);
-    EXPECT_EQ(describe(client().fd) + ", " + describe(client().arp_fd),
-              "packet 2048 eth1 nonblocking, closed");
+    EXPECT_EQ(describe(client().arp_fd), "closed");
     messages();
     run_until(3150.99);
     std::string const copies = messages();
     EXPECT_EQ(copies.find("DISCOVER"), std::string::npos);
     EXPECT_GT(copies.size(), 600 * sizeof "DECLINE");
-    EXPECT_EQ(configured["SIOCSIFADDR eth1"], "192.0.2.50");
     run_until(3151);
     EXPECT_TRUE(messages().ends_with("DISCOVER"));
     play("offer");  // A new probe begins.
     EXPECT_EQ(client().arp_count, 1);
 }
 
-TEST_F(dhcp_test, a_start_ends_the_conflict_of_the_address_before) {
-    play("start offer conflict");
-    client().stop();
-    messages();
-    client().start("eth1");
-    EXPECT_EQ(messages(), "DISCOVER");
-}
-
 // --- Files for other programs ---
 
 TEST_F(dhcp_test, resolv_conf_names_one_group_of_servers_and_the_first_domain) {
-    str* const globals[] = {&static_dns_domain,    &dynamic_dns6_domain, &dynamic_dns4_domain,
-                            &static_dns_server2,   &static_dns_server4,  &dynamic_dns6_server1,
-                            &dynamic_dns4_server1, &dynamic_dns4_server3};
-    for (auto const& [values, content] : table<lines, char const*>{
-             {{"", "", "", "", "", "", "", ""}, ""},
-             {{"s", "6", "4", "s2", "s4", "[2001:db8::53]", "a", "b"},
-              "search s\nnameserver s2\nnameserver s4\n"},
-             {{"", "6", "4", "", "", "[2001:db8::53]", "a", "b"},
-              "search 6\nnameserver [2001:db8::53]\n"},
-             {{"", "6", "4", "", "", "", "a", "b"}, "search 6\nnameserver a\nnameserver b\n"},
-             {{"", "", "4", "", "", "", "", ""}, "search 4\n"}}) {
-        for (size_t i = 0; i < values.size(); ++i) {
-            *globals[i] = values[i].c_str();
-        }
+    static_dns_domain = "s";
+    dynamic_dns6_domain = "6";
+    dynamic_dns4_domain = "4";
+    static_dns_server2 = "s2";
+    dynamic_dns6_server1 = "[2001:db8::53]";
+    dynamic_dns4_server1 = "a";
+    dynamic_dns4_server3 = "b";
+    for (auto const& [emptied, content] : table<str*, char const*>{
+             {&dynamic_dns4_server4, "search s\nnameserver s2\n"},
+             {&static_dns_server2, "search s\nnameserver [2001:db8::53]\n"},
+             {&static_dns_domain, "search 6\nnameserver [2001:db8::53]\n"},
+             {&dynamic_dns6_server1, "search 6\nnameserver a\nnameserver b\n"}}) {
+        emptied->clear();
         write_resolv_conf();
         EXPECT_EQ(files["resolv.conf"].content, content);
-        take_journal();
-        write_resolv_conf();
-        EXPECT_EQ(take_journal(), (lines{"read resolv.conf", "read dhcp.info"}))
-            << "no needless writing";
     }
+    take_journal();
+    write_resolv_conf();
+    EXPECT_EQ(take_journal(), (lines{"read resolv.conf", "read dhcp.info"})) << "nothing to write";
 }
 
 // --- Robustness ---
@@ -560,7 +449,7 @@ TEST_F(dhcp_test, damaged_packets_neither_crash_nor_cost_memory) {
             reply.replace(0, 1, "\x02").replace(4, 4, of(client().xid));
             reply.replace(236, 7, cookie + hex("3501") + big_endian(unsigned(type), 1));
         }
-        client().process_data(to_str(client().raw_mode ? ip_header + udp_header + reply : reply));
+        client().process_data(to_str(client().raw_mode ? headers + reply : reply));
         client().process_arp(to_str(damaged.substr(0, 40)));
         play(client().state == dhcp::state_bound  ? "stop start"
              : client().state == dhcp::state_init ? "start"

@@ -27,28 +27,20 @@ TEST_F(xml_test, an_element_is_its_name_its_attributes_and_its_raw_body) {
              {" \n< a-b_C:9 >x</ other>", "a-b_C:9 x"},
              {"<a t=\"a b\" u='a b'>x</a>", "a [t=\"a b\"] [u='a] [b'] x"},
              {"<a t=\"/>\"\tu>&amp;<![CDATA[<]]></a>", "a [t=\"/>\"] [u] &amp;<![CDATA[<]]>"},
-             {"<a b/>", "a [b] "},
-             {"<a>x</a> <b>y</b>", "a x</a> <b>y"},
-             {"<a>x", "a "},
              {"<a b=\"c", "a [b=\"c] "},
-             {"text", " "},
-             {"<!-- c -->", " "},
              {"<\xC3\xA9>x</\xC3\xA9>", " [\xC3\xA9] x"}}) {
         EXPECT_EQ(summary_of(xml_tree(text, false)), summary) << text;
     }
-    xml_tree const document(
-        "<?xml version=\"1.0\"?>\r\n<!-- c -->\r\n<settings a=\"1\" b='2'><x>1</x></settings>",
-        true);
-    EXPECT_EQ(summary_of(document), "settings [a=\"1\"] [b='2'] <x>1</x>");
-    EXPECT_EQ(summary_of(xml_tree("<?xml?> <!-- -->", true)), " ");
+    xml_tree const document("<?xml version=\"1.0\"?>\r\n<!-- c -->\r\n<s a=\"1\"><x>1</x></s>",
+                            true);
+    EXPECT_EQ(summary_of(document), "s [a=\"1\"] <x>1</x>");
 }
 
 TEST_F(xml_test, segments_are_cut_off_one_by_one) {
     for (lines const& segments :
          {lines{" <a/>", " <b c=\"d\"><e/></b>", "rest"},
           lines{"<?xml?>", "<!-- <x> --><a><b></a>"},  // only depth counts
-          lines{"<!-- c -->", "<a>1</a>"}, lines{"<a><![CDATA[</a>]>]]></a>", "<b/>"},
-          lines{"<a><![CDATA[x</a>"}, lines{"<a>1</a"}, lines{"a>", "b"}}) {
+          lines{"<a><![CDATA[</a>]>]]></a>", "<b/>"}, lines{"<a>1</a"}, lines{"a>", "b"}}) {
         std::string whole;
         for (std::string const& segment : segments) {
             whole += segment;
@@ -67,20 +59,13 @@ TEST_F(xml_test, entities_and_cdata_become_text) {
              {"&apos;&quot;&amp;&lt;&gt;&aquot;", "'\"&<>\""},
              {"&#x7f;&#x80;&#x7FF;&#x800;&#xFFFF;", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
              {"&#x10000;&#x10FFFF;&#x110000;|", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF|"},
-             {"&;&AMP;& &lt", "&;&AMP;& &lt"},
-             {"&a&lt;", "&a<"},
-             {"&amp;lt;", "&lt;"},
-             {"a<b", "a<b"},
-             {"<![CDATA[a<b]]>", "a<b"},
              {"<![CDATA[a]b]]>", "a"},
              {"<![CDATA[open", "open"},
              {"lost <![CDATA[in&lt;side and&lt;out]]> lost", "in&lt;side and<out"}}) {
         EXPECT_EQ(xml_tree::xml2txt(xml), text) << xml;
     }
-    EXPECT_EQ(xml_tree::xml2txt("&#;&#x;&#0;").length(), 3);
     EXPECT_EQ(xml_tree::txt2xml("a'\"&<>b"), "a&apos;&quot;&amp;&lt;&gt;b");
     EXPECT_EQ(xml_tree::cdata_content("x<![CDATA[a]b]]>c]]>"), "a]b");
-    EXPECT_EQ(xml_tree::cdata_content("x<![CDATA[a]]") + xml_tree::cdata_content("x"), "a]]x");
 }
 
 TEST_F(xml_test, attributes_are_quoted_and_unquoted) {
@@ -89,35 +74,17 @@ TEST_F(xml_test, attributes_are_quoted_and_unquoted) {
              {"b", "2"}, {"c", "x=<"}, {"d", "raw"}, {"e", "'q\" B=\"3\"/>"}, {"B", ""}}) {
         EXPECT_EQ(element.get_attribute(name), value) << name;
     }
-    EXPECT_EQ(xml_tree::att2txt("'\"'") + xml_tree::att2txt("\"") + xml_tree::att2txt("\"a'"),
-              "\"\"\"a'");
-    EXPECT_EQ(xml_tree::txt2att("a<b&"), "\"a<b&\"");
     EXPECT_EQ(xml_tree::txt2att("say \"hi\" & go"), "\"say &quot;hi&quot; &amp; go\"");
 }
 
-TEST_F(xml_test, children_are_indented_by_their_level_if_wanted) {
+TEST_F(xml_test, children_are_written_indented) {
     xml_tree child("a", "1<2");
     child.add_attribute("t", "x");
-    xml_tree middle("m", "");
     xml_tree parent("s", "");
-    middle.indent = parent.indent = true;
-    middle.add_child(child);
-    parent.add_child(middle);
+    parent.indent = true;
+    parent.add_child(child);
     EXPECT_EQ(parent.serialize(true), "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<s>\r\n  "
-                                      "<m>\r\n    <a t=\"x\">1&lt;2</a>\r\n  </m>\r\n</s>");
-    xml_tree flat("s", "x");
-    flat.add_child(xml_tree("a", ""));
-    EXPECT_EQ(flat.serialize(false) + xml_tree("text", false).serialize(true), "<s>x<a/></s>");
-}
-
-TEST_F(xml_test, children_are_sorted_into_outputs_by_name) {
-    xml_tree const parent("<p>text <a>1</a><b><a>no</a></b><A>no</A><a>2&lt;</a></p>", false);
-    str a;
-    str c("untouched");
-    parent.get_children({{"a", a}, {"c", c}});
-    EXPECT_EQ(a + c, "2&lt;untouched");
-    parent.get_children_content({{"a", a}, {"a", c}});
-    EXPECT_EQ(a + c, "2<untouched");
+                                      "<a t=\"x\">1&lt;2</a>\r\n</s>");
 }
 
 TEST_F(xml_test, a_hostile_megabyte_takes_no_quadratic_time) {
