@@ -68,6 +68,7 @@ struct descriptor {
     std::string device;       // SO_BINDTODEVICE
     bytes peer;               // a socket address, when connected
     lines flags;              // options and multicast groups
+    std::string multicast_interface;
     std::deque<message> incoming;
 
     bool has(std::string const& flag) const {
@@ -189,6 +190,7 @@ ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
         out.to = to_hex(raw(address.sll_addr, address.sll_halen));
     } else {
         out.to = endpoint(to);
+        out.interface += out.to.starts_with("[ff") ? socket.multicast_interface : "";
         if (out.to.starts_with("255.255.255.255") && !socket.has("broadcast")) {
             return refuse(EACCES);
         }
@@ -388,6 +390,11 @@ void datagram_arrives(int port, bytes const& data, std::string const& from) {
             each.incoming.push_back({data, socket_address(from, port)});
         }
     }
+}
+
+void datagram_arrives_at(int fd, bytes const& data, std::string const& from) {
+    ASSERT_TRUE(find(fd)) << "not open";
+    find(fd)->incoming.push_back({data, socket_address(from, 53)});
 }
 
 std::string describe(int fd) {
@@ -686,6 +693,8 @@ int __wrap_setsockopt(int fd, int level, int option, void const* value, socklen_
     } else if (option == SO_BINDTODEVICE) {
         socket->device = static_cast<char const*>(value);
         EXPECT_LT(socket->device.size(), size);
+    } else if (level == IPPROTO_IPV6 && option == IPV6_MULTICAST_IF) {
+        socket->multicast_interface = interface_name(read_as<int>(value));
     } else {
         socket->flags.emplace_back(option == SO_REUSEADDR ? "reuse" : "broadcast");
     }

@@ -69,6 +69,7 @@ std::vector<packet> take_sent();
 // To the packet sockets of that type on that interface, or the UDP sockets of that port.
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data);
 void datagram_arrives(int port, bytes const& data, std::string const& from = "192.0.2.1");
+void datagram_arrives_at(int fd, bytes const& data, std::string const& from = "192.0.2.1");
 std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
 int open_descriptors();
 extern std::string last_select;  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
