@@ -122,6 +122,11 @@ end_capture() {
     eval "end_process \$capture_$1"
 }
 
+# captured NAME FILTER COUNT: that many frames are in the capture already
+captured() {
+    [ "$(tcpdump -n -r "$out/$1.pcap" "$2" 2>/dev/null | wc -l)" -ge "$3" ]
+}
+
 end_process() {
     kill "$1" 2>/dev/null
     wait "$1" 2>/dev/null
@@ -228,6 +233,11 @@ clean_network() {
     done
     ip -4 addr flush dev eth1
     rm -f $app/settings.xml $app/resolv.conf $app/dhcp.info
+}
+
+# clock_in YEAR: the device's clock is the guest's, and every server's
+clock_in() {
+    [ "$(date +%Y)" = "$1" ]
 }
 
 memory_kb() {

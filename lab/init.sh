@@ -2,7 +2,8 @@
 # First process of the guest. It must never exit: the kernel would panic.
 #
 # Until the guest has its own /proc, that folder is the machine's below it: mount first, end if that fails.
-export PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C TZ=UTC HOME=/run TMPDIR=/run
+tools="$LAB/../build/chrony/usr"
+export PATH="/usr/sbin:/usr/bin:/sbin:/bin:$tools/sbin:$tools/bin" LC_ALL=C TZ=UTC HOME=/run TMPDIR=/run
 mount -t proc proc /proc || exit 9
 mount -t sysfs sys /sys
 mount -t tmpfs tmp /run

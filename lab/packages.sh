@@ -2,7 +2,8 @@
 # shellcheck shell=sh disable=SC2034
 
 build_packages="g++ make cmake"
-demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base tcpdump"
+demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base unbound tcpdump"
+chrony_libraries="libcap2 libedit2 libgnutls30 libnettle8 libseccomp2"
 test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tshark python3"
 
 # missing_packages NAME...: prints those that are not installed.
@@ -38,6 +39,20 @@ need_packages() {
     install_quietly "$missing" || { echo "apt-get failed." >&2; return 1; }
 }
 
+# need_chrony FOLDER: chrony conflicts with every other time service, so it is not installed on the machine but
+# unpacked into FOLDER, where the guest finds it.
+need_chrony() {
+    # shellcheck disable=SC2086 # a list of words
+    need_packages $chrony_libraries || return 1
+    [ -x "$1/usr/sbin/chronyd" ] && return 0
+    mkdir -p "$1" && (
+        cd "$1" && { apt-get -qq download chrony || { apt-get -qq update && apt-get -qq download chrony; }; } &&
+            dpkg -x chrony_*.deb . && rm chrony_*.deb
+    ) 2>/dev/null && return 0
+    echo "The package chrony could not be fetched." >&2
+    return 1
+}
+
 # The servers serve inside the guest only: none of them may start on this machine, now or at its next boot.
 install_quietly() {
     policy=/usr/sbin/policy-rc.d
@@ -49,11 +64,11 @@ install_quietly() {
     fi
     # shellcheck disable=SC2086 # a list of words
     apt-get -qq update && DEBIAN_FRONTEND=noninteractive \
-        apt-get -qq install --no-install-recommends $1 >/dev/null </dev/null
+        apt-get -qq install --no-install-recommends --no-remove $1 >/dev/null </dev/null
     installed=$?
     [ -z "$policy" ] || rm -f "$policy"
     trap - INT TERM
-    for service in lldpd isc-dhcp-server kea-dhcp4-server; do
+    for service in lldpd unbound isc-dhcp-server kea-dhcp4-server; do
         case " $1" in
         *" $service "*) systemctl disable $service >/dev/null 2>&1 ;;
         esac
