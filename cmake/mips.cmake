@@ -1,6 +1,2 @@
-set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR mips)
-set(CMAKE_C_COMPILER mips-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER mips-linux-gnu-g++)
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mips)
+set(mips mips)
+include(${CMAKE_CURRENT_LIST_DIR}/mips-any.cmake)

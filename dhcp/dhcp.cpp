@@ -32,12 +32,11 @@ char const* const dhcp::state_names[] = {"INIT",      "SELECTING", "REQUESTING",
 namespace {
 
 char const default_vendor_class[] = "vorn q7";
-constexpr int server_port = 67;
 
 ip_port broadcast_server() {
     ip_port endpoint;
     endpoint.adr = str(255, 255, 255, 255);
-    endpoint.port = server_port;
+    endpoint.port = dhcp_packet::server_port;
     return endpoint;
 }
 

@@ -131,8 +131,7 @@ str computed_broadcast(str const& ip, str const& mask) {
 class interface_requests {
 public:
     explicit interface_requests(str const& interface)
-        : fd(utils::open_socket(AF_PACKET, SOCK_DGRAM, htons(ETHERTYPE_IP))),
-          name(interface.leftstr(IFNAMSIZ - 1)) {}
+        : fd(utils::open_socket(AF_PACKET, SOCK_DGRAM, htons(ETHERTYPE_IP))), name(interface) {}
     ~interface_requests() {
         if (fd >= 0) {
             close(fd);
@@ -143,7 +142,7 @@ public:
 
     void set_address(unsigned long code, str const& adr) {
         ifreq request = {};
-        memcpy(request.ifr_name, name.cbuffer(), size_t(name.length()));
+        utils::copy_interface_name(request.ifr_name, name);
         request.ifr_addr = ipv4_address(adr);
         (void)ioctl(fd, code, &request);
     }
@@ -153,7 +152,9 @@ public:
         route.rt_genmask = ipv4_address(str::null);
         route.rt_gateway = ipv4_address(router);
         route.rt_flags = flags;
-        route.rt_dev = const_cast<char*>(name.c_str());
+        char device[IFNAMSIZ] = {};
+        utils::copy_interface_name(device, name);
+        route.rt_dev = device;
         (void)ioctl(fd, code, &route);
     }
 

@@ -62,6 +62,9 @@ public:
         type_nak = 6,
     };
 
+    static constexpr int server_port = 67;  // RFC 2131, 4.1
+    static constexpr int client_port = 68;
+
     static constexpr int cookie_offset = 236;
     static constexpr int options_offset = 240;
     static str const magic_cookie;

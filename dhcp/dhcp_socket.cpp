@@ -18,14 +18,11 @@
 #include "lib/utils.h"
 
 #include <net/ethernet.h>
-#include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr int client_port = 68;
-constexpr int server_port = 67;
 constexpr int ip_header_length = 20;
 constexpr int udp_header_length = 8;
 constexpr int time_to_live = 128;
@@ -53,7 +50,8 @@ str ip_header(int payload_length) {
 
 str udp_datagram(str const& message) {
     str const length = utils::int2str(unsigned(udp_header_length + message.length()), 2);
-    str const ports = utils::int2str(client_port, 2) + utils::int2str(server_port, 2);
+    str const ports =
+        utils::int2str(dhcp_packet::client_port, 2) + utils::int2str(dhcp_packet::server_port, 2);
     str const pseudo_header = c_0_0_0_0 + str('\xFF', 4) + utils::int2str(IPPROTO_UDP, 2) + length;
     str sum = checksum(pseudo_header + ports + length + message);
     if (utils::str2int(sum) == 0) {
@@ -100,11 +98,10 @@ void dhcp::create_udp_socket() {
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     char device[device_name_size] = {};
-    str const name = interface.leftstr(IFNAMSIZ - 1);
-    memcpy(device, name.cbuffer(), size_t(name.length()));
+    utils::copy_interface_name(device, interface);
     setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, device, sizeof device);
     ip_port local;
-    local.port = client_port;
+    local.port = dhcp_packet::client_port;
     sockaddr_in address;
     utils::conv4(local, address);
     (void)bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address);

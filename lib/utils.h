@@ -46,6 +46,9 @@ str get_mac_addr();
 
 // --- Sockets (utils_socket.cpp): descriptors, negative when there is none ---
 
+// Copies an interface name, cut to what the kernel takes, into a zeroed array of IFNAMSIZ bytes
+// or more.
+void copy_interface_name(char* destination, str const& name);
 // As socket(), but a descriptor that select() cannot take counts as a failure.
 int open_socket(int domain, int type, int protocol);
 int open_udp_socket(int port, bool ipv6);

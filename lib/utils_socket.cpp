@@ -101,6 +101,11 @@ str recv_udp_packet(int fd, ip_port& peer) {
 
 }  // namespace
 
+void utils::copy_interface_name(char* destination, str const& name) {
+    str const clamped = name.leftstr(IFNAMSIZ - 1);
+    memcpy(destination, clamped.cbuffer(), size_t(clamped.length()));
+}
+
 int utils::open_socket(int domain, int type, int protocol) {
     int const fd = socket(domain, type, protocol);
     if (fd >= FD_SETSIZE) {
@@ -261,8 +266,7 @@ int get_interface_index(str const& name) {
         return 0;
     }
     ifreq request = {};
-    str const clamped = name.leftstr(IFNAMSIZ - 1);
-    memcpy(request.ifr_name, clamped.cbuffer(), size_t(clamped.length()));
+    utils::copy_interface_name(request.ifr_name, name);
     int const result = ioctl(fd, SIOCGIFINDEX, &request);
     close(fd);
     return result == 0 ? request.ifr_ifindex : 0;

@@ -93,10 +93,6 @@ str mac_phy_status() {
            utils::int2str(operational_mau_type(), 2);
 }
 
-bool is_valid_vlan(int vlan, int priority) {
-    return vlan >= 1 && vlan <= 4095 && priority >= 0 && priority <= 7;
-}
-
 unsigned int tagged_policy(int vlan, int priority) {
     return (unsigned(vlan) << lldp_packet::policy_vlan_shift) +
            (unsigned(priority) << lldp_packet::policy_priority_shift) + lldp_packet::policy_tagged;
@@ -109,9 +105,9 @@ unsigned int lldp::policy_word() const {
         return lldp_packet::policy_unknown;
     }
     unsigned int word = 0;
-    if (is_valid_vlan(learnt_vlan_id, learnt_priority)) {
+    if (lldp_packet::is_valid_vlan(learnt_vlan_id, learnt_priority)) {
         word = tagged_policy(learnt_vlan_id, learnt_priority);
-    } else if (is_valid_vlan(vlan_id, vlan_prio)) {
+    } else if (lldp_packet::is_valid_vlan(vlan_id, vlan_prio)) {
         word = tagged_policy(vlan_id, vlan_prio);
     }
     return word | unsigned(learnt_dscp);

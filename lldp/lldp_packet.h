@@ -47,6 +47,10 @@ public:
     static constexpr int policy_vlan_shift = 9;      // 12 bits
     static constexpr int policy_priority_shift = 6;  // 3 bits; below it 6 bits of DSCP
 
+    static bool is_valid_vlan(int vlan, int priority) {
+        return vlan >= 1 && vlan <= 4095 && priority >= 0 && priority <= 7;
+    }
+
     static constexpr int ether_type = 0x88CC;
     static constexpr int ethernet_header_length = 14;
     static unsigned char const group_address[6];

@@ -20,22 +20,17 @@ constexpr int vlan_mtu = 1496;  // leaves room for the tag in 1500 bytes
 // Never emptied: an interface is created once in the life of the process.
 constinit sset<int> created_vlans;
 
-void copy_name(char* destination, str const& name) {
-    str const clamped = name.leftstr(IFNAMSIZ - 1);
-    memcpy(destination, clamped.cbuffer(), size_t(clamped.length()));
-}
-
 void create_vlan(str const& base, str const& vlan_interface, int vlan, int priority) {
     int const fd = utils::open_socket(AF_INET, SOCK_STREAM, 0);
     vlan_ioctl_args request = {};
     request.cmd = ADD_VLAN_CMD;
-    copy_name(request.device1, base);
+    utils::copy_interface_name(request.device1, base);
     request.u.VID = vlan;
     (void)ioctl(fd, SIOCSIFVLAN, &request);
     for (int command : {SET_VLAN_EGRESS_PRIORITY_CMD, SET_VLAN_INGRESS_PRIORITY_CMD}) {
         vlan_ioctl_args mapping = {};
         mapping.cmd = command;
-        copy_name(mapping.device1, vlan_interface);
+        utils::copy_interface_name(mapping.device1, vlan_interface);
         mapping.u.skb_priority = 0;
         mapping.vlan_qos = static_cast<short>(priority);
         (void)ioctl(fd, SIOCSIFVLAN, &mapping);
@@ -46,7 +41,7 @@ void create_vlan(str const& base, str const& vlan_interface, int vlan, int prior
 void bring_up(str const& vlan_interface) {
     int const fd = utils::open_socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request = {};
-    copy_name(request.ifr_name, vlan_interface);
+    utils::copy_interface_name(request.ifr_name, vlan_interface);
     if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
         request.ifr_flags |= IFF_UP;
         (void)ioctl(fd, SIOCSIFFLAGS, &request);
@@ -89,8 +84,7 @@ void lldp::start_dhcp() {
         return;
     }
     dhcp_started = true;
-    if (learnt_vlan_id == 0 && vlan_id >= 1 && vlan_id <= 4095 && vlan_prio >= 0 &&
-        vlan_prio <= 7) {
+    if (learnt_vlan_id == 0 && lldp_packet::is_valid_vlan(vlan_id, vlan_prio)) {
         learnt_vlan_id = vlan_id;
         learnt_priority = vlan_prio;
     }

@@ -1,0 +1,7 @@
+# A MIPS toolchain of Debian; `mips` says which: mips or mipsel.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR ${mips})
+set(CMAKE_C_COMPILER ${mips}-linux-gnu-gcc)
+set(CMAKE_CXX_COMPILER ${mips}-linux-gnu-g++)
+set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${mips})
