@@ -14,5 +14,7 @@ inline constexpr char mount_point_nv[] = "/nv";
 // The Ethernet driver's link state and speed.
 inline constexpr char path_link_status[] = "/proc/avalanche/cpmac_link";
 inline constexpr char path_bindv6only[] = "/proc/sys/net/ipv6/bindv6only";
+// The kernel's IPv6 addresses, one a line, 32 hex digits first.
+inline constexpr char path_ipv6_addresses[] = "/proc/net/if_inet6";
 inline constexpr char path_uptime[] = "/proc/uptime";
 inline constexpr char path_random[] = "/dev/urandom";

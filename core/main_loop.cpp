@@ -2,6 +2,7 @@
 
 #include "core/timeout.h"
 #include "dhcp/dhcp.h"
+#include "dhcp6/dhcp6.h"
 #include "dns/dns_resolver.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
@@ -55,6 +56,9 @@ void watch_all(descriptor_set& watched) {
     for (auto* each = dhcp::clients.first(); each; each = dhcp::clients.next(each)) {
         watched.add(each->value.fd);
         watched.add(each->value.arp_fd);
+    }
+    for (auto* each = dhcp6::clients.first(); each; each = dhcp6::clients.next(each)) {
+        watched.add(each->value.fd);
     }
     for (auto* each = lldp::clients.first(); each; each = lldp::clients.next(each)) {
         watched.add(each->value.lldp_fd);
@@ -110,6 +114,12 @@ void serve_all(descriptor_set const& readable) {
         key = each->key;
         serve(readable, dhcp::clients, key, &dhcp::fd, &dhcp::process_data);
         serve(readable, dhcp::clients, key, &dhcp::arp_fd, &dhcp::process_arp);
+    }
+    for (auto* each = dhcp6::clients.first(); each; each = dhcp6::clients.after(key)) {
+        key = each->key;
+        if (readable.contains(each->value.fd)) {
+            each->value.process_data();
+        }
     }
     for (auto* each = lldp::clients.first(); each; each = lldp::clients.after(key)) {
         key = each->key;

@@ -2,6 +2,7 @@
 #include "config/settings.h"
 #include "core/log.h"
 #include "dhcp/dhcp.h"
+#include "dhcp6/dhcp6.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 
@@ -93,6 +94,9 @@ void lldp::start_dhcp() {
     if (system_ipv4) {
         start_ipv4(interface_name);
     }
+    if (system_ipv6) {
+        dhcp6::clients.find_or_insert(interface_name).start(interface_name);
+    }
 }
 
 void lldp::start_ipv4(str const& interface_name) {
@@ -110,8 +114,8 @@ void lldp::start_ipv4(str const& interface_name) {
     client.set(address, mask, str::null, utils::compact_ip(gateway));
 }
 
-// Intended: the client of the base interface is stopped, also when a VLAN interface is in use,
-// whose client goes on. Do not look for the VLAN's client.
+// Intended: the clients of the base interface are stopped, also when a VLAN interface is in use,
+// whose clients go on. Do not look for the VLAN's clients.
 void lldp::stop() {
     dhcp_started = false;
     timer.clear();
@@ -121,5 +125,8 @@ void lldp::stop() {
     learnt_dscp = 0;
     if (system_ipv4) {
         dhcp::clients.find_or_insert(name).stop();
+    }
+    if (system_ipv6) {
+        dhcp6::clients.find_or_insert(name).stop();
     }
 }

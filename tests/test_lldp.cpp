@@ -135,6 +135,7 @@ TEST_F(lldp_test, frames_leave_at_0_1_2_seconds_then_dhcp_starts_then_every_30_s
     EXPECT_EQ(describe(agent().lldp_fd), "packet 35020 eth1 nonblocking 0180c200000e");
     run_until(2.99);
     EXPECT_EQ(moments(), (lines{"0", "10", "20"}));
+    system_ipv6 = false;
     use_dhcp = "false";  // A static client sends nothing.
     ip_adr = "10.1.2.3";
     netmask = "255.0.0.0";

@@ -8,6 +8,7 @@
 #include "core/start_up.h"
 #include "core/timeout.h"
 #include "dhcp/dhcp.h"
+#include "dhcp6/dhcp6.h"
 #include "dns/dns_resolver.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
@@ -102,6 +103,7 @@ void reset_ntp() {
 
 void reset_daemon() {
     dhcp::clients.clear();
+    dhcp6::clients.clear();
     lldp::clients.clear();
     link_timer.clear();
     reset_dns();
