@@ -234,6 +234,17 @@ int interface_request(unsigned long code, ifreq& request) {
     }
 }
 
+// An IPv6 address, its prefix length and the interface index.
+int ipv6_address_request(unsigned char const* request) {
+    auto const prefix = read_as<unsigned int>(request + 16);
+    auto const index = read_as<int>(request + 20);
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, request, text, sizeof text);
+    journal.push_back("SIOCSIFADDR " + interface_name(index) + " " + text + "/" +
+                      std::to_string(prefix));
+    return 0;
+}
+
 int route_request(bool is_new, rtentry const& request) {
     std::string const route = std::string(request.rt_dev) + " " + host(request.rt_gateway);
     journal.push_back((is_new ? "SIOCADDRT " : "SIOCDELRT ") + route + " to " +
@@ -738,6 +749,9 @@ int __wrap_ioctl(int fd, unsigned long code, ...) {
     descriptor* const socket = usable(fd, "ioctl");
     if (!socket) {
         return -1;
+    }
+    if (code == SIOCSIFADDR && socket->domain == AF_INET6) {
+        return ipv6_address_request(static_cast<unsigned char*>(argument));
     }
     switch (code) {
     case FIONBIO:
