@@ -3,10 +3,21 @@
 #include "config/setting_container.h"
 #include "config/settings.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/xml_tree.h"
 
+namespace {
+
+// Nobody who fills the table of descriptors may make the file look unreadable.
+str read_settings() {
+    descriptors::spare_lent const lent;
+    return str::read_file("settings.xml");
+}
+
+}  // namespace
+
 void reload_settings() {
-    str const content = str::read_file("settings.xml");
+    str const content = read_settings();
     if (content.empty()) {
         tftp_enabled = true;
         return;

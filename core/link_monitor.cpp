@@ -1,9 +1,11 @@
 #include "core/link_monitor.h"
 
+#include "config/settings.h"
 #include "core/device_paths.h"
 #include "core/log.h"
 #include "dns/dns_resolver.h"
 #include "lldp/lldp.h"
+#include "tftp/tftp.h"
 
 constinit str link_status_text;
 constinit int link_poll_seconds = 0;
@@ -12,6 +14,7 @@ constinit timeout link_timer;
 namespace {
 
 constexpr int poll_interval = 2;  // seconds
+constexpr int tftp_window = 31;   // seconds after the start
 
 bool link_is_up(str const& status) {
     str rest = status;
@@ -75,6 +78,10 @@ void compare_link_status(str const& status) {
 
 void link_monitor(str const& interface) {
     compare_link_status(str::read_file(path_link_status));
+    // Intended: uploads that grant access are taken in this period alone. Do not reopen.
+    if (link_poll_seconds >= tftp_window && !tftp_enabled) {
+        close_tftp();
+    }
     link_poll_seconds += poll_interval;
     link_timer.callback(rtimestamp::s2ticks(poll_interval),
                         callback_argument(link_monitor, interface));

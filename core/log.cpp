@@ -1,5 +1,6 @@
 #include "core/log.h"
 
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 
 #include <fcntl.h>
@@ -24,7 +25,7 @@ void log_add_message(int level, str const& text, str const& extra) {
     if (log_fd < 0) {
         str path = log_pipe_path;
         // Read-write and non-blocking: neither opening nor a full pipe ever waits for the reader.
-        log_fd = open(path.c_str(), O_RDWR | O_NONBLOCK);
+        log_fd = descriptors::open_file(path.c_str(), O_RDWR | O_NONBLOCK);
         if (log_fd < 0) {
             return;
         }

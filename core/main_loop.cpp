@@ -7,6 +7,7 @@
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
+#include "tftp/tftp.h"
 
 #include <sys/select.h>
 #include <unistd.h>
@@ -24,6 +25,7 @@ public:
             largest = fd > largest ? fd : largest;
         }
     }
+    int last() const { return largest; }
     bool contains(int fd) const { return fd != -1 && FD_ISSET(fd, &set); }
 
     // Waits `delay` milliseconds at most, without limit if negative. The count of readable
@@ -62,6 +64,11 @@ void watch_all(descriptor_set& watched) {
     }
     for (auto* each = lldp::clients.first(); each; each = lldp::clients.next(each)) {
         watched.add(each->value.lldp_fd);
+    }
+    watched.add(fd_tftp4);
+    watched.add(fd_tftp6);
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        watched.add(each->key);
     }
 }
 
@@ -103,6 +110,33 @@ void serve_ntp(descriptor_set const& readable, ntp_client& client) {
     }
 }
 
+// There may be a thousand: only those that are readable are looked up.
+void serve_transfers(descriptor_set const& readable) {
+    for (int fd = 0; fd <= readable.last(); ++fd) {
+        tftp_result* const transfer = readable.contains(fd) ? tftp_ports.find(fd) : nullptr;
+        if (!transfer) {
+            continue;
+        }
+        ip_port sender;
+        str const packet = transfer->peer.is_ipv6() ? utils::recv_udp_packet6(fd, sender)
+                                                    : utils::recv_udp_packet4(fd, sender);
+        if (!packet.empty()) {
+            on_tftp_packet(*transfer, packet);
+        }
+    }
+}
+
+void serve_tftp(descriptor_set const& readable, int fd, str (*receive)(int, ip_port&)) {
+    if (!readable.contains(fd)) {
+        return;
+    }
+    ip_port sender;
+    str const packet = receive(fd, sender);
+    if (!packet.empty()) {
+        on_tftp_packet(fd, packet, sender);
+    }
+}
+
 void serve_all(descriptor_set const& readable) {
     serve_dns(readable, dns_socket4, utils::recv_udp_packet4);
     serve_dns(readable, dns_socket6, utils::recv_udp_packet6);
@@ -125,6 +159,9 @@ void serve_all(descriptor_set const& readable) {
         key = each->key;
         serve(readable, lldp::clients, key, &lldp::lldp_fd, &lldp::process_lldp);
     }
+    serve_transfers(readable);
+    serve_tftp(readable, fd_tftp4, utils::recv_udp_packet4);
+    serve_tftp(readable, fd_tftp6, utils::recv_udp_packet6);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
+#include "tftp/tftp.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -82,6 +83,7 @@ void start_up() {
     seed_random_numbers();
     init_ntp();
     settings.init();
+    init_tftp();
     check_start_script();
     lldp::clients.find_or_insert(wired_interface).start(wired_interface);
     link_monitor(wired_interface);

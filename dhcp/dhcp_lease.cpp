@@ -4,6 +4,7 @@
 #include "config/settings.h"
 #include "core/log.h"
 #include "dhcp/resolv_conf.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
@@ -131,7 +132,8 @@ str computed_broadcast(str const& ip, str const& mask) {
 class interface_requests {
 public:
     explicit interface_requests(str const& interface)
-        : fd(utils::open_socket(AF_PACKET, SOCK_DGRAM, htons(ETHERTYPE_IP))), name(interface) {}
+        : fd(descriptors::open_socket(AF_PACKET, SOCK_DGRAM, htons(ETHERTYPE_IP))),
+          name(interface) {}
     ~interface_requests() {
         if (fd >= 0) {
             close(fd);

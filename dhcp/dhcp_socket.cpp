@@ -14,6 +14,7 @@
 
 #include "config/settings.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/packet_socket.h"
 #include "lib/utils.h"
 
@@ -88,7 +89,7 @@ void dhcp::create_raw_socket() {
 void dhcp::create_udp_socket() {
     close_socket();
     raw_mode = false;
-    fd = utils::open_socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (fd < 0) {
         fd = -1;
         return;

@@ -5,6 +5,7 @@
 #include "core/log.h"
 #include "dhcp/resolv_conf.h"
 #include "dns/dns_resolver.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 #include "ntp/ntp_client.h"
 
@@ -102,7 +103,7 @@ void dhcp6::set_address() {
     if (address.length() != address_length) {
         return;
     }
-    int const socket = utils::open_socket(AF_INET6, SOCK_DGRAM, 0);
+    int const socket = descriptors::open_socket(AF_INET6, SOCK_DGRAM, 0);
     if (socket < 0) {
         if (log_level >= 2) {
             log_add_message(2, "Could not set IPv6 address", str::null);

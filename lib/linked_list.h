@@ -31,15 +31,19 @@ public:
         ++count;
     }
 
+    void remove_first() {
+        node* const first = head;
+        head = first->next;
+        (head ? head->prev : tail) = nullptr;
+        first->~node();
+        str::free(first);
+        --count;
+    }
+
     void clear() {
         while (head) {
-            node* const rest = head->next;
-            head->~node();
-            str::free(head);
-            head = rest;
+            remove_first();
         }
-        tail = nullptr;
-        count = 0;
     }
 
     node* head = nullptr;

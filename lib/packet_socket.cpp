@@ -1,5 +1,6 @@
 #include "lib/packet_socket.h"
 
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 
 #include <arpa/inet.h>
@@ -21,7 +22,8 @@ sockaddr_ll link_address(int ether_type, int interface_index) {
 }  // namespace
 
 int packet_socket::open(int type, int ether_type, int interface_index) {
-    int const fd = utils::open_socket(AF_PACKET, type, htons(static_cast<uint16_t>(ether_type)));
+    int const fd =
+        descriptors::open_socket(AF_PACKET, type, htons(static_cast<uint16_t>(ether_type)));
     if (fd < 0) {
         return -1;
     }

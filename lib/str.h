@@ -186,10 +186,13 @@ public:
     // Whole files. Backslashes in paths count as slashes, except for remove_file. Failures are
     // logged at level 1, unless `quiet`.
     static str read_file(str const& path, bool quiet = false);  // null on failure
-    bool write_file(str const& path) const;                     // creates missing directories
+    // At most the first `size_max` bytes; null for anything but a regular file. Never waits.
+    static str read_regular_file(str const& path, int size_max);
+    bool write_file(str const& path) const;    // creates missing directories
     static void create_path(str const& path);  // the directories above the last component
     static void remove_file(str const& path, bool quiet);
-    static void rename_file(str const& from, str const& to);
+    // Also across file systems; the file at `to` is the old one or the new one at any time.
+    static bool rename_file(str const& from, str const& to);
     static str file_type(str const& path);  // c_file, c_dir or null
     static int file_size(str const& path);  // bytes; 0 on failure
     // One entry a line, each ended by CRLF: name, or name, kind and size in the long form.

@@ -2,7 +2,9 @@
 #include "lib/str.h"
 
 #include "core/log.h"
+#include "lib/descriptors.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <dirent.h>
@@ -26,14 +28,14 @@ str read_of_known_size(int fd, int size) {
     return read(fd, bytes.buffer(), size_t(size)) == size ? bytes : str::null;
 }
 
-str read_of_unknown_size(int fd) {
+str read_of_unknown_size(int fd, int size_max) {
     str bytes;
     unsigned char piece[read_piece];
     ssize_t count;
-    while ((count = read(fd, piece, sizeof piece)) > 0) {
+    while (bytes.length() < size_max && (count = read(fd, piece, sizeof piece)) > 0) {
         bytes.append(piece, int(count));
     }
-    return bytes;
+    return bytes.leftstr(size_max);
 }
 
 // What fstat says of the file at `path`; false when it cannot be opened or examined.
@@ -41,13 +43,43 @@ bool examine(str path, struct stat& status) {
     if (path.empty()) {
         return false;
     }
-    int const fd = open(path.c_str(), O_RDONLY);
+    int const fd = descriptors::open_file(path.c_str(), O_RDONLY);
     if (fd < 0) {
         return false;
     }
     bool const examined = fstat(fd, &status) == 0;
     close(fd);
     return examined;
+}
+
+// The copy gets its name when it is whole.
+bool copy_file(str& from, str const& to) {
+    str copy = to + ".new";
+    int const source = descriptors::open_file(from.c_str(), O_RDONLY);
+    struct stat status;
+    bool copied = source >= 0 && fstat(source, &status) == 0;
+    int const target = copied ? descriptors::open_file(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                                       status.st_mode & 0777)
+                              : -1;
+    copied = target >= 0;
+    unsigned char piece[read_piece];
+    ssize_t count = 0;
+    while (copied && (count = read(source, piece, sizeof piece)) > 0) {
+        copied = write(target, piece, size_t(count)) == count;
+    }
+    copied = copied && count == 0;
+    if (target >= 0) {
+        close(target);
+    }
+    if (source >= 0) {
+        close(source);
+    }
+    str name = to;
+    if (copied && rename(copy.c_str(), name.c_str()) == 0) {
+        return true;
+    }
+    str::remove_file(copy, true);
+    return false;
 }
 
 bool write_all(int fd, str const& bytes, str const& path) {
@@ -74,7 +106,7 @@ str str::read_file(str const& path, bool quiet) {
     if (name.empty()) {
         return null;
     }
-    int const fd = open(name.c_str(), O_RDONLY);
+    int const fd = descriptors::open_file(name.c_str(), O_RDONLY);
     if (fd < 0) {
         return null;
     }
@@ -85,9 +117,30 @@ str str::read_file(str const& path, bool quiet) {
             log_failure("Could not fstat %s", name);
         }
     } else if (status.st_size == 0) {
-        bytes = read_of_unknown_size(fd);
+        bytes = read_of_unknown_size(fd, INT_MAX);
     } else if (status.st_size > 0 && status.st_size <= INT_MAX) {
         bytes = read_of_known_size(fd, int(status.st_size));
+    }
+    close(fd);
+    return bytes;
+}
+
+str str::read_regular_file(str const& path, int size_max) {
+    str name = path.slashes();
+    if (name.empty()) {
+        return null;
+    }
+    int const fd = descriptors::open_file(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        return null;
+    }
+    str bytes;
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        bytes =
+            status.st_size > 0
+                ? read_of_known_size(fd, status.st_size < size_max ? int(status.st_size) : size_max)
+                : read_of_unknown_size(fd, size_max);
     }
     close(fd);
     return bytes;
@@ -96,7 +149,7 @@ str str::read_file(str const& path, bool quiet) {
 bool str::write_file(str const& path) const {
     str name = path.slashes();
     create_path(name);
-    int const fd = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    int const fd = descriptors::open_file(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (fd < 0) {
         log_failure("Could not open %s for writing", name);
         return false;
@@ -132,14 +185,22 @@ void str::remove_file(str const& path, bool quiet) {
     }
 }
 
-void str::rename_file(str const& from, str const& to) {
+bool str::rename_file(str const& from, str const& to) {
     str old_name = from.slashes();
     str new_name = to.slashes();
     create_path(new_name);
-    if (rename(old_name.c_str(), new_name.c_str()) != 0 && log_level >= 1) {
+    if (rename(old_name.c_str(), new_name.c_str()) == 0) {
+        return true;
+    }
+    if (errno == EXDEV && copy_file(old_name, new_name)) {
+        remove_file(old_name, true);
+        return true;
+    }
+    if (log_level >= 1) {
         log_add_message(1, str::sprintf("Cannot rename file %s to %s", old_name, new_name),
                         str::null);
     }
+    return false;
 }
 
 str str::file_type(str const& path) {

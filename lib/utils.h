@@ -49,8 +49,6 @@ str get_mac_addr();
 // Copies an interface name, cut to what the kernel takes, into a zeroed array of IFNAMSIZ bytes
 // or more.
 void copy_interface_name(char* destination, str const& name);
-// As socket(), but a descriptor that select() cannot take counts as a failure.
-int open_socket(int domain, int type, int protocol);
 int open_udp_socket(int port, bool ipv6);
 void close_udp_socket(int fd);
 // Bound to `port` and connected to `peer`; a link-local peer is reached by the interface.
@@ -58,8 +56,9 @@ int open_udp_client(int port, ip_port const& peer, int interface_index);
 void set_nonblocking(int fd);
 // IPv6 multicast leaves the socket by that interface.
 void set_multicast_interface(int fd, int interface_index);
-// The results are those of the system call; 0 for empty data, which is not sent.
-int send_udp_packet(int fd, ip_port const& peer, str const& data);
+// The results are those of the system call; 0 for empty data, which is not sent. A link-local peer
+// is reached by the interface, if there is one.
+int send_udp_packet(int fd, ip_port const& peer, str const& data, int interface_index = 0);
 int send_udp_packet(int fd, str const& data);
 // One packet, or nothing. `peer` changes only with a packet of the right family.
 str recv_raw_packet(int fd);

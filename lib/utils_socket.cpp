@@ -1,11 +1,11 @@
 #include "lib/utils.h"
 
 #include "core/log.h"
+#include "lib/descriptors.h"
 
 #include <cerrno>
 #include <net/if.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -81,6 +81,15 @@ bool is_link_local(str const& adr) {
     return adr.leftstr(sizeof prefix).compare_sensitiv(prefix, sizeof prefix);
 }
 
+// A link-local address is good on one interface only.
+socket_address reached_by(ip_port const& peer, int interface_index) {
+    socket_address remote(peer);
+    if (peer.is_ipv6() && is_link_local(peer.adr)) {
+        remote.ipv6.sin6_scope_id = static_cast<uint32_t>(interface_index);
+    }
+    return remote;
+}
+
 // One datagram whose sender has an address of just this type.
 template<class address_type>
 str recv_udp_packet(int fd, ip_port& peer) {
@@ -106,17 +115,8 @@ void utils::copy_interface_name(char* destination, str const& name) {
     memcpy(destination, clamped.cbuffer(), size_t(clamped.length()));
 }
 
-int utils::open_socket(int domain, int type, int protocol) {
-    int const fd = socket(domain, type, protocol);
-    if (fd >= FD_SETSIZE) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
 int utils::open_udp_socket(int port, bool ipv6) {
-    int const fd = open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM, 0);
+    int const fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) {
         return fd;
     }
@@ -142,10 +142,7 @@ int utils::open_udp_client(int port, ip_port const& peer, int interface_index) {
     if (fd < 0) {
         return fd;
     }
-    socket_address remote(peer);
-    if (peer.is_ipv6() && is_link_local(peer.adr)) {
-        remote.ipv6.sin6_scope_id = static_cast<uint32_t>(interface_index);
-    }
+    socket_address const remote = reached_by(peer, interface_index);
     (void)connect(fd, &remote.generic, remote.size);  // Without a route, sending fails later.
     return fd;
 }
@@ -160,11 +157,11 @@ void utils::set_multicast_interface(int fd, int interface_index) {
     setsockopt(fd, IPPROTO_IPV6, IPV6_MULTICAST_IF, &interface_index, sizeof interface_index);
 }
 
-int utils::send_udp_packet(int fd, ip_port const& peer, str const& data) {
+int utils::send_udp_packet(int fd, ip_port const& peer, str const& data, int interface_index) {
     if (data.empty()) {
         return 0;
     }
-    socket_address const remote(peer);
+    socket_address const remote = reached_by(peer, interface_index);
     return int(sendto(fd, data.cbuffer(), size_t(data.length()), 0, &remote.generic, remote.size));
 }
 
@@ -195,7 +192,7 @@ ip_port utils::local_endpoint(int fd, bool ipv6) {
 }
 
 int utils::open_tcp_listener(int port, bool ipv6) {
-    int const fd = open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
+    int const fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
     socket_address const local(wildcard(port), ipv6);
     if (fd >= 0 && bind(fd, &local.generic, local.size) == 0 && switch_to_nonblocking(fd) &&
         listen(fd, tcp_backlog) == 0) {
@@ -212,7 +209,7 @@ int utils::open_tcp_listener(int port, bool ipv6) {
 
 int utils::connect_tcp(ip_port const& peer) {
     socket_address const remote(peer);
-    int const fd = open_socket(remote.generic.sa_family, SOCK_STREAM, 0);
+    int const fd = descriptors::open_socket(remote.generic.sa_family, SOCK_STREAM, 0);
     if (fd < 0) {
         log_endpoint_failure(1, "Could not open a socket for %s", peer);
         return -1;
@@ -261,7 +258,7 @@ int utils::send_tcp(int fd, str& data) {
 }
 
 int get_interface_index(str const& name) {
-    int const fd = utils::open_socket(AF_INET, SOCK_DGRAM, 0);
+    int const fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) {
         return 0;
     }

@@ -3,6 +3,7 @@
 #include "core/log.h"
 #include "dhcp/dhcp.h"
 #include "dhcp6/dhcp6.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 
@@ -22,7 +23,7 @@ constexpr int vlan_mtu = 1496;  // leaves room for the tag in 1500 bytes
 constinit sset<int> created_vlans;
 
 void create_vlan(str const& base, str const& vlan_interface, int vlan, int priority) {
-    int const fd = utils::open_socket(AF_INET, SOCK_STREAM, 0);
+    int const fd = descriptors::open_socket(AF_INET, SOCK_STREAM, 0);
     vlan_ioctl_args request = {};
     request.cmd = ADD_VLAN_CMD;
     utils::copy_interface_name(request.device1, base);
@@ -40,7 +41,7 @@ void create_vlan(str const& base, str const& vlan_interface, int vlan, int prior
 }
 
 void bring_up(str const& vlan_interface) {
-    int const fd = utils::open_socket(AF_INET, SOCK_DGRAM, 0);
+    int const fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request = {};
     utils::copy_interface_name(request.ifr_name, vlan_interface);
     if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {

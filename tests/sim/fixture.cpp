@@ -10,8 +10,10 @@
 #include "dhcp/dhcp.h"
 #include "dhcp6/dhcp6.h"
 #include "dns/dns_resolver.h"
+#include "lib/descriptors.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
+#include "tftp/tftp.h"
 
 #include <unistd.h>
 
@@ -108,7 +110,15 @@ void reset_daemon() {
     link_timer.clear();
     reset_dns();
     reset_ntp();
+    tftp_ports.clear();
+    close_tftp();
+    tftp_next_temp_number = 1;
     settings.registered.clear();
+    while (descriptors::abandoned.head) {
+        close(descriptors::abandoned.head->value);
+        descriptors::abandoned.remove_first();
+    }
+    close_socket(descriptors::spare);
     log_fd = -1;
     restore(texts);
     restore(numbers);
