@@ -64,6 +64,7 @@ void watch_all(descriptor_set& watched) {
     }
     for (auto* each = lldp::clients.first(); each; each = lldp::clients.next(each)) {
         watched.add(each->value.lldp_fd);
+        watched.add(each->value.eapol_fd);
     }
     watched.add(fd_tftp4);
     watched.add(fd_tftp6);
@@ -158,6 +159,7 @@ void serve_all(descriptor_set const& readable) {
     for (auto* each = lldp::clients.first(); each; each = lldp::clients.after(key)) {
         key = each->key;
         serve(readable, lldp::clients, key, &lldp::lldp_fd, &lldp::process_lldp);
+        serve(readable, lldp::clients, key, &lldp::eapol_fd, &lldp::process_eap);
     }
     serve_transfers(readable);
     serve_tftp(readable, fd_tftp4, utils::recv_udp_packet4);

@@ -1,9 +1,11 @@
 #include "lldp/lldp.h"
 
+#include "config/settings.h"
 #include "core/log.h"
 #include "lib/packet_socket.h"
 #include "lib/utils.h"
 
+#include <initializer_list>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,18 +22,25 @@ constexpr int device_type_connectivity = 4;
 }  // namespace
 
 lldp::~lldp() {
-    if (lldp_fd != -1) {
-        close(lldp_fd);
+    for (int fd : {eapol_fd, lldp_fd}) {
+        if (fd != -1) {
+            close(fd);
+        }
     }
 }
 
 void lldp::start(str const& ifname) {
     name = ifname;
     interface_index = get_interface_index(name);
+    bool const is_guarded = !ieee_802_1x_username.empty();
     if (log_level >= 9) {
-        log_add_message(9, "Starting LLDP", str::null);
+        log_add_message(9, is_guarded ? "Starting 802.1X" : "Starting LLDP", str::null);
     }
-    start_lldp();
+    if (is_guarded) {
+        start_eapol();
+    } else {
+        start_lldp();
+    }
 }
 
 void lldp::start_lldp() {
@@ -55,9 +64,19 @@ void lldp::resend_proc(str const& ifname) {
 }
 
 void lldp::tick() {
-    if (state != state_lldp) {
-        return;
+    switch (state) {
+    case state_eapol_start:
+        eapol_tick();
+        break;
+    case state_lldp:
+        lldp_tick();
+        break;
+    default:
+        break;
     }
+}
+
+void lldp::lldp_tick() {
     int const old = counter;
     counter = old + 1;
     if (old == fast_frames) {
