@@ -104,17 +104,16 @@ TEST_F(eapol_test, each_request_has_its_answer) {
 TEST_F(eapol_test, several_packets_in_one_body_are_handled_in_order_up_to_a_lying_length) {
     answers();
     bytes const identity = eap(1, 1, hex("01"));
-    switch_says(eapol(identity + eap(2, 9, hex("01")) + eap(1, 2, hex("0d")) + hex("01030003") +
-                      identity));
+    switch_says(
+        eapol(identity + eap(2, 9, hex("01")) + eap(1, 2, hex("0d")) + hex("01030003") + identity));
     EXPECT_EQ(answers(), (lines{"0100000a0201000a016261736537", "01000006020200060304"}));
     switch_says(eapol(hex("01030009 01 00")) + hex("00000000"));
     EXPECT_EQ(answers(), lines());
 }
 
 TEST_F(eapol_test, the_authenticators_word_leads_to_lldp_its_silence_does_not) {
-    for (auto const& [code, text] :
-         table<int, char const*>{{3, "7 802.1X authentication done"},
-                                 {4, "1 802.1X authentication failed"}}) {
+    for (auto const& [code, text] : table<int, char const*>{
+             {3, "7 802.1X authentication done"}, {4, "1 802.1X authentication failed"}}) {
         SetUp();
         run_until(1.5);
         answers();
@@ -132,8 +131,8 @@ TEST_F(eapol_test, the_authenticators_word_leads_to_lldp_its_silence_does_not) {
 }
 
 TEST_F(eapol_test, damaged_frames_do_no_harm_and_cost_no_memory) {
-    bytes const good = eapol(eap(1, 1, hex("0104")) + eap(1, 2, hex("0410") + bytes(16, 'c')) +
-                             eap(3, 3, ""));
+    bytes const good =
+        eapol(eap(1, 1, hex("0104")) + eap(1, 2, hex("0410") + bytes(16, 'c')) + eap(3, 3, ""));
     expect_survives_damage(bytes(14, '\0') + good, [](bytes const& damaged) {
         agent().process_eap(to_str(damaged));
         log_records.clear();

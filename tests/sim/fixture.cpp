@@ -110,6 +110,9 @@ void reset_daemon() {
     link_timer.clear();
     reset_dns();
     reset_ntp();
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        close(each->key);
+    }
     tftp_ports.clear();
     close_tftp();
     tftp_next_temp_number = 1;

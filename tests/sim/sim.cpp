@@ -48,6 +48,8 @@ lines routes;
 std::vector<packet> sent;
 std::string last_select;
 int first_descriptor;
+int descriptors_max;
+bool nv_is_apart;
 int allocations = 0;
 unsigned int clock_ticks_offset = 0;
 
@@ -115,6 +117,9 @@ descriptor* usable(int fd, char const* call) {
 }
 
 int add(descriptor const& fresh) {
+    if (open_descriptors() >= descriptors_max) {
+        return refuse(EMFILE);
+    }
     int fd = first_descriptor;
     while (descriptors.count(fd)) {
         ++fd;
@@ -450,6 +455,8 @@ void reset_world() {
     files = {
         {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
     first_descriptor = 300;
+    descriptors_max = 1024;
+    nv_is_apart = false;
     clock_ms = (clock_ms + 9) / 10 * 10;
     case_start_ms = clock_ms;
 }
@@ -542,8 +549,12 @@ int __wrap_open(char const* path, int flags, ...) {
     if (!files.count(path) && !((flags & O_CREAT) && folder_exists(path))) {
         return refuse(ENOENT);
     }
-    if (flags & O_TRUNC) {
+    if (open_descriptors() < descriptors_max && (flags & O_TRUNC)) {
+        va_list arguments;
+        va_start(arguments, flags);
         files[path].content.clear();
+        files[path].mode = va_arg(arguments, unsigned int);
+        va_end(arguments);
     }
     if (files[path].kind == file::pipe) {
         EXPECT_TRUE(flags & O_NONBLOCK) << "opening may wait for the reader";
@@ -568,6 +579,9 @@ ssize_t __wrap_read(int fd, void* data, size_t size) {
     descriptor* const source = find(fd);
     if (!source) {
         return __real_read(fd, data, size);
+    }
+    if (fails("read")) {
+        return -1;
     }
     bytes const part = files[source->path].content.substr(source->offset, size);
     memcpy(data, part.data(), part.size());
@@ -600,9 +614,10 @@ int __wrap_fstat(int fd, struct stat* status) {
     file const& examined = files[opened->path];
     bool const hides_size = opened->path.starts_with("/proc") || opened->path.starts_with("/dev");
     *status = {};
-    status->st_mode = examined.kind == file::folder ? S_IFDIR
-                      : examined.kind == file::pipe ? S_IFIFO
-                                                    : S_IFREG;
+    status->st_mode = examined.mode;
+    status->st_mode |= examined.kind == file::folder ? S_IFDIR
+                       : examined.kind == file::pipe ? S_IFIFO
+                                                     : S_IFREG;
     status->st_size = examined.size_told >= 0 ? examined.size_told
                       : hides_size            ? 0
                                               : long(examined.content.size());
@@ -626,8 +641,17 @@ int __wrap_unlink(char const* path) {
 }
 
 int __wrap_rename(char const* from, char const* to) {
+    if (fails("rename")) {
+        return -1;
+    }
     if (!files.count(from) || !folder_exists(to)) {
         return refuse(ENOENT);
+    }
+    if (nv_is_apart && std::string(from).starts_with("/nv") != std::string(to).starts_with("/nv")) {
+        return refuse(EXDEV);
+    }
+    if (files.count(to) && files[to].kind == file::folder) {
+        return refuse(EISDIR);
     }
     files[to] = files[from];
     files.erase(from);

@@ -39,6 +39,7 @@ struct file {
     bytes content;
     kind_type kind = regular;
     long size_told = -1;  // by fstat; -1: the true one, but 0 under /proc and /dev
+    unsigned int mode = 0;
 };
 extern std::map<std::string, file> files;
 
@@ -79,6 +80,8 @@ extern std::string last_select;  // "COUNT WAIT FD...", with WAIT in ms, -1 for 
 void fail(std::string const& call, int error, int good_calls = 0);
 void repair();
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
+extern int descriptors_max;              // open at a time
+extern bool nv_is_apart;                 // /nv is a file system of its own
 extern int allocations;                  // by the daemon in main loop passes
 extern unsigned int clock_ticks_offset;  // added to times()
 
