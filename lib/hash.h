@@ -7,7 +7,7 @@
 //   MD4          16           -
 //   SHA-1        20           -
 //
-// Raw results are marked `_bin` where there is a text, too. Texts are lower-case hex.
+// Texts are lower-case hex.
 #pragma once
 
 #include "lib/str.h"

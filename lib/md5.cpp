@@ -1,4 +1,4 @@
-// MD5, RFC 1321. Every step waits for the one before it, so what counts is the length of that chain,
+// MD5, RFC 1321. Every step waits for the one before it: what counts is the length of that chain,
 // not the number of operations.
 #include "lib/hash.h"
 #include "lib/hash_block.h"
