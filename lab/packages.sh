@@ -4,7 +4,7 @@
 build_packages="g++ make cmake"
 demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base unbound tcpdump"
 chrony_libraries="libcap2 libedit2 libgnutls30 libnettle8 libseccomp2"
-test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server hostapd tshark python3"
+test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server hostapd tftp-hpa atftp curl tshark python3"
 
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
