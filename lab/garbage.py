@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A hostile neighbour: sends damaged and lying frames to the device, always the same ones for one seed.
 
-garbage.py SEED COUNT TRUNK VLAN [XID]: LLDP and raw junk leave by TRUNK, DHCP and ARP by VLAN. XID is the
-transaction id (hex) of half of the DHCP junk, which so gets past the first check.
+garbage.py SEED COUNT TRUNK VLAN [XIDS]: LLDP and raw junk leave by TRUNK, DHCP, DHCPv6 and ARP by VLAN. XIDS are
+the transaction ids (4 and 3 bytes, in hex) of half of the DHCP and DHCPv6 junk, which so gets past the first check.
 """
 import random
 import socket
@@ -30,11 +30,11 @@ def option():
     return bytes([code, length]) + value
 
 
-def dhcp(xid):
+def dhcp(xids):
     kind = random.choice([2, 5, 6, 7, 0, 255])
     message = bytearray(random.randbytes(236))
     message[0] = random.choice([2, 2, 2, 1, 0])
-    message[4:8] = random.choice([xid, random.randbytes(4)])
+    message[4:8] = random.choice([xids[:4], random.randbytes(4)])
     message += random.choice([COOKIE, COOKIE, COOKIE, junk(4)])
     message += bytes([53, 1, kind]) + b"".join(option() for _ in range(random.randrange(20)))
     message += random.choice([b"\xff", b"", b"\x00" * 300])
@@ -52,6 +52,16 @@ def with_checksum(ip):
     total = sum(struct.unpack(">10H", ip))
     total = (total & 0xFFFF) + (total >> 16)
     return ip[:10] + struct.pack(">H", ~(total + (total >> 16)) & 0xFFFF) + ip[12:]
+
+
+def dhcp6(xids):
+    """Replies mostly. The lengths of their options may lie as well. The kernel adds the headers."""
+    message = bytes([random.choice([7, 7, 7, 2, 1, 13, 255])]) + random.choice([xids[4:], random.randbytes(3)])
+    for _ in range(random.randrange(12)):
+        value = random.choice([junk(12), junk(40), b"\x05voice\x07example\x00"])
+        length = random.choice([len(value), len(value), random.randrange(65536)])
+        message += struct.pack(">HH", random.choice([1, 2, 3, 5, 13, 23, 24, 31, length]), length) + value
+    return "fe80::a0:b7ff:fe1a:2b3c", 546, message[:random.choice([1500, random.randrange(1, 60)])]
 
 
 def arp(_):
@@ -84,17 +94,22 @@ def raw(_):
 
 def main():
     seed, count, trunk, vlan = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3], sys.argv[4]
-    xid = bytes.fromhex(sys.argv[5]) if len(sys.argv) > 5 else bytes(4)
+    xids = bytes.fromhex(sys.argv[5]) if len(sys.argv) > 5 else bytes(7)
     random.seed(seed)
     wires = {}
     for name in (trunk, vlan):
         wires[name] = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
         wires[name].bind((name, 0))
+    udp = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
     print("sending", flush=True)
     for _ in range(count):
-        build, name = random.choice([(dhcp, vlan), (arp, vlan), (lldp, trunk), (raw, trunk), (raw, vlan)])
-        destination, kind, payload = build(xid)
-        wires[name].send(destination + b"\x02\xba\xd0\x00\x00\x01" + struct.pack(">H", kind) + payload)
+        build, name = random.choice([(dhcp, vlan), (dhcp6, vlan), (arp, vlan), (lldp, trunk), (raw, trunk),
+                                     (raw, vlan)])
+        destination, kind, payload = build(xids)
+        if build is dhcp6:
+            udp.sendto(payload, (destination + "%" + name, kind))
+        else:
+            wires[name].send(destination + b"\x02\xba\xd0\x00\x00\x01" + struct.pack(">H", kind) + payload)
 
 
 main()

@@ -76,26 +76,28 @@ make_network() {
     ip link set eth1 address "$mac" up
     ip -n sw link set p1 up
     ip -n sw addr add 10.1.0.1/24 dev p1
+    ip -n sw addr add 2001:db8:1::1/64 dev p1
 }
 
 in_sw() {
     ip netns exec sw "$@"
 }
 
-# switch_vlan ID: the switch's interface p1.ID in that VLAN, with the address 10.ID.0.1/24
+# switch_vlan ID: the switch's interface p1.ID in that VLAN, with the addresses 10.ID.0.1/24 and 2001:db8:ID::1/64
 switch_vlan() {
     ip -n sw link add link p1 name "p1.$1" type vlan id "$1"
     ip -n sw link set "p1.$1" up
     ip -n sw addr add "10.$1.0.1/24" dev "p1.$1"
+    ip -n sw addr add "2001:db8:$1::1/64" dev "p1.$1"
 }
 
-# address_of INTERFACE: the IPv4 addresses of a device interface, "10.100.0.77/24"
+# address_of INTERFACE [6]: the IPv4 addresses of a device interface, "10.100.0.77/24", or the global IPv6 ones
 address_of() {
-    ip -o -4 addr show dev "$1" 2>/dev/null | awk '{ print $4 }'
+    ip -o "-${2:-4}" addr show dev "$1" scope global 2>/dev/null | awk '{ print $4 }'
 }
 
 has_address() {
-    [ -n "$(address_of "$1")" ]
+    [ -n "$(address_of "$@")" ]
 }
 
 broadcast_of() {
@@ -181,13 +183,16 @@ link_file() {
 
 # settings NAME=VALUE...: writes settings.xml
 settings() {
-    {
-        printf '<?xml version="1.0"?>\n<settings>\n<phone-settings>\n'
-        for setting; do
-            printf '<%s perm="RW">%s</%s>\n' "${setting%%=*}" "${setting#*=}" "${setting%%=*}"
-        done
-        printf '</phone-settings>\n</settings>\n'
-    } >$app/settings.xml
+    settings_text "$@" >"$app/settings.xml"
+}
+
+# The log level, "log10" among the daemon's settings, is written by its index.
+settings_text() {
+    printf '<?xml version="1.0"?>\n<settings>\n<phone-settings>\n'
+    for setting; do
+        printf '<%s perm="RW">%s</%s>\n' "${setting%%=*}" "${setting#*=}" "${setting%%=*}"
+    done | sed 's/<log10/<log idx="10"/; s/log10>/log>/'
+    printf '</phone-settings>\n</settings>\n'
 }
 
 # start_daemon ARGUMENT...: the log reader first, so that no record is lost
@@ -231,7 +236,7 @@ clean_network() {
     ip link show type vlan | sed -n 's/^[0-9]*: \([^@]*\)@.*/\1/p' | while read -r vlan; do
         ip link del "$vlan"
     done
-    ip -4 addr flush dev eth1
+    ip addr flush dev eth1 scope global
     rm -f $app/settings.xml $app/resolv.conf $app/dhcp.info
 }
 

@@ -2,9 +2,10 @@
 # shellcheck shell=sh disable=SC2034
 
 build_packages="g++ make cmake"
-demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base unbound tcpdump"
+demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base kea-dhcp6-server unbound
+    hostapd curl tcpdump"
 chrony_libraries="libcap2 libedit2 libgnutls30 libnettle8 libseccomp2"
-test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server hostapd tftp-hpa atftp curl tshark python3"
+test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tftp-hpa atftp tshark python3"
 
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
@@ -68,7 +69,7 @@ install_quietly() {
     installed=$?
     [ -z "$policy" ] || rm -f "$policy"
     trap - INT TERM
-    for service in lldpd unbound isc-dhcp-server kea-dhcp4-server; do
+    for service in lldpd unbound isc-dhcp-server kea-dhcp4-server kea-dhcp6-server hostapd; do
         case " $1" in
         *" $service "*) systemctl disable $service >/dev/null 2>&1 ;;
         esac

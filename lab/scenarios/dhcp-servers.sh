@@ -7,7 +7,7 @@ guest() {
     with isc p1 10.1.0 "range 10.1.0.7 10.1.0.7;" "option routers 10.1.0.1;" \
         "option domain-name-servers 10.1.0.2, 10.1.0.3;" "option domain-name \"voice.example\";" \
         "option tftp-server-name \"tftp.voice.example\";" "option bootfile-name \"base.cfg\";"
-    with kea p1 10.1.0 10.1.0.7-10.1.0.7 routers=10.1.0.1 domain-name=voice.example \
+    with kea 4 p1 10.1.0.0/24 10.1.0.7-10.1.0.7 routers=10.1.0.1 domain-name=voice.example \
         "domain-name-servers=10.1.0.2,10.1.0.3" tftp-server-name=tftp.voice.example boot-file-name=base.cfg
 }
 

@@ -53,16 +53,3 @@ host() {
     check_pauses silence "dns.qry.name == clock.voice.example && dns.qry.type == 28 && ip.dst == 10.1.0.53" \
         500 1000 2000 4000 4000
 }
-
-# check_pauses CAPTURE FILTER MILLISECONDS...: between the copies of one question
-check_pauses() {
-    pauses_name="pause in $1.pcap between copies of $2, in milliseconds" copy=1
-    pauses=$(frames "$1" "$2" frame.time_epoch |
-        awk 'NR > 1 { printf "%.0f\n", ($1 - time) * 1000 } { time = $1 }')
-    shift 2
-    for pause; do
-        expect_between "$pauses_name, number $copy" $((pause - 50)) $((pause + 900)) \
-            "$(echo "$pauses" | sed -n ${copy}p)"
-        copy=$((copy + 1))
-    done
-}

@@ -15,19 +15,18 @@ guest() {
     credentials admin bluefern
     wait_log "TFTP: Authentication succeeded"
 
-    cp "$app/settings.xml" /run/tftp/old
-    settings telnet_enabled=false http_password=changed log=5
-    sed 's/<log /<log idx="10" /' "$app/settings.xml" >/run/tftp/new
-    cp /run/tftp/old "$app/settings.xml"
+    settings_text telnet_enabled=false http_password=changed log10=6 >/run/tftp/new
     tftp_put curl "$device_address" new settings.xml || failure "settings were refused"
     tftp_get curl "$device_address" settings.xml || failure "settings were not given"
     cmp -s /run/tftp/got /run/tftp/new || failure "settings were not given as sent"
     credentials admin bluefern
     wait_log "TFTP: Authentication failed"
+    traces=$(log_count " 9 Send LLDP")
     credentials admin changed
     wait_log "TFTP: Authentication succeeded"
     upload ata-app "#!/bin/sh" || failure "the application was refused"
     expect "mode of the application" 755 "$(stat -c %a "$app/ata-app")"
+    expect "records above the new log level" "$traces" "$(log_count " 9 Send LLDP")"
     stop_daemon
 
     # The first private key opens, later it must be the same.

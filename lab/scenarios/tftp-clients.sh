@@ -2,7 +2,6 @@
 # shellcheck shell=sh
 
 guest() {
-    ip -n sw addr add 2001:db8:1::1/64 dev p1
     ip addr add 2001:db8:1::2/64 dev eth1 nodad
     ip addr add 10.1.0.2/24 dev eth1
     start_dnsmasq p1 dhcp-range=10.1.0.77,10.1.0.77,255.255.255.0,1h

@@ -2,10 +2,10 @@
 # minimum of 25 s. An alias is answered alone, without what it leads to; other zones get SERVFAIL.
 # shellcheck shell=sh
 
-# start_unbound ADDRESS RECORD...: on that address, with these records, each as "time A 10.1.0.5". A question
+# start_unbound ADDRESSES RECORD...: on those addresses, with these records, each as "time A 10.1.0.5". A question
 # about a name with the record "time SILENCE" is read and never answered.
 start_unbound() {
-    dns_address=$1
+    dns_addresses=$1
     shift
     {
         # It asks nobody: without a list of outgoing ports it starts a second sooner.
@@ -21,8 +21,9 @@ server:
   log-queries: yes
   module-config: "iterator"
   outgoing-port-avoid: "1024-65000"
-  interface: $dns_address
+$(for address in $dns_addresses; do echo "  interface: $address"; done)
   access-control: 0.0.0.0/0 allow
+  access-control: ::/0 allow
   local-zone: "voice.example." static
   local-data: "voice.example. 60 IN SOA ns.voice.example. root.voice.example. 1 1200 180 1209600 25"
 END
