@@ -88,59 +88,52 @@ void serve(descriptor_set const& readable, smap<str, client> const& clients, str
     }
 }
 
-void serve_dns(descriptor_set const& readable, int fd, str (*receive)(int, ip_port&)) {
+// Hands one datagram, if there is one, from a readable UDP socket to its handler.
+template<class function>
+void serve_udp(descriptor_set const& readable, int fd, bool ipv6, function handle) {
     if (!readable.contains(fd)) {
         return;
     }
     ip_port sender;
-    str const packet = receive(fd, sender);
+    str const packet =
+        ipv6 ? utils::recv_udp_packet6(fd, sender) : utils::recv_udp_packet4(fd, sender);
     if (!packet.empty()) {
-        dns_services.on_pdu_available(packet, sender);
+        handle(packet, sender);
     }
 }
 
+void serve_dns(descriptor_set const& readable, int fd, bool ipv6) {
+    serve_udp(readable, fd, ipv6, [](str const& packet, ip_port const& sender) {
+        dns_services.on_pdu_available(packet, sender);
+    });
+}
+
 void serve_ntp(descriptor_set const& readable, ntp_client& client) {
-    if (!readable.contains(client.socket)) {
-        return;
-    }
-    ip_port sender;
-    str const packet = client.ipv6 ? utils::recv_udp_packet6(client.socket, sender)
-                                   : utils::recv_udp_packet4(client.socket, sender);
-    if (!packet.empty()) {
-        client.process_packet(packet);
-    }
+    serve_udp(readable, client.socket, client.ipv6,
+              [&](str const& packet, ip_port const&) { client.process_packet(packet); });
 }
 
 // There may be a thousand: only those that are readable are looked up.
 void serve_transfers(descriptor_set const& readable) {
     for (int fd = 0; fd <= readable.last(); ++fd) {
         tftp_result* const transfer = readable.contains(fd) ? tftp_ports.find(fd) : nullptr;
-        if (!transfer) {
-            continue;
-        }
-        ip_port sender;
-        str const packet = transfer->peer.is_ipv6() ? utils::recv_udp_packet6(fd, sender)
-                                                    : utils::recv_udp_packet4(fd, sender);
-        if (!packet.empty()) {
-            on_tftp_packet(*transfer, packet);
+        if (transfer) {
+            serve_udp(
+                readable, fd, transfer->peer.is_ipv6(),
+                [&](str const& packet, ip_port const&) { on_tftp_packet(*transfer, packet); });
         }
     }
 }
 
-void serve_tftp(descriptor_set const& readable, int fd, str (*receive)(int, ip_port&)) {
-    if (!readable.contains(fd)) {
-        return;
-    }
-    ip_port sender;
-    str const packet = receive(fd, sender);
-    if (!packet.empty()) {
+void serve_tftp(descriptor_set const& readable, int fd, bool ipv6) {
+    serve_udp(readable, fd, ipv6, [&](str const& packet, ip_port const& sender) {
         on_tftp_packet(fd, packet, sender);
-    }
+    });
 }
 
 void serve_all(descriptor_set const& readable) {
-    serve_dns(readable, dns_socket4, utils::recv_udp_packet4);
-    serve_dns(readable, dns_socket6, utils::recv_udp_packet6);
+    serve_dns(readable, dns_socket4, false);
+    serve_dns(readable, dns_socket6, true);
     for (ntp_client& client : ntp) {
         serve_ntp(readable, client);
     }
@@ -162,8 +155,8 @@ void serve_all(descriptor_set const& readable) {
         serve(readable, lldp::clients, key, &lldp::eapol_fd, &lldp::process_eap);
     }
     serve_transfers(readable);
-    serve_tftp(readable, fd_tftp4, utils::recv_udp_packet4);
-    serve_tftp(readable, fd_tftp6, utils::recv_udp_packet6);
+    serve_tftp(readable, fd_tftp4, false);
+    serve_tftp(readable, fd_tftp6, true);
 }
 
 }  // namespace
