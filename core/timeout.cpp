@@ -14,8 +14,13 @@ void timeout::enqueue(rtimestamp const& due) {
 }
 
 void timeout::callback(long long const& delay, callback_argument const& function_call) {
+    callback(rtimestamp::now(), delay, function_call);
+}
+
+void timeout::callback(rtimestamp const& from, long long delay,
+                       callback_argument const& function_call) {
     clear();
-    rtimestamp due = rtimestamp::now();
+    rtimestamp due = from;
     if (delay > 0) {
         due.ticks += delay;
     }

@@ -37,8 +37,8 @@ void close_transfer(int socket) {
     delete_transfer(socket);
 }
 
-void arm_idle_timer(tftp_result& transfer) {
-    transfer.idle_timer.callback(rtimestamp::s2ticks(idle_limit),
+void arm_idle_timer(tftp_result& transfer, rtimestamp const& now) {
+    transfer.idle_timer.callback(now, rtimestamp::s2ticks(idle_limit),
                                  callback_argument(close_transfer, transfer.socket));
 }
 
@@ -52,16 +52,22 @@ void send_acknowledgement(tftp_result const& transfer, unsigned int block) {
     (void)utils::send_udp_packet(transfer.socket, numbered_packet(tftp_acknowledgement, block));
 }
 
-void retransmit(int socket) {
+void resend_timer_expires(int socket);
+
+void transmit(tftp_result& transfer, rtimestamp const& now) {
+    ++transfer.sends;
+    (void)utils::send_udp_packet(transfer.socket, transfer.last_packet);  // A copy follows.
+    transfer.retransmit_timer.callback(now, rtimestamp::s2ticks(resend_interval),
+                                       callback_argument(resend_timer_expires, transfer.socket));
+}
+
+void resend_timer_expires(int socket) {
     tftp_result* const transfer = tftp_ports.find(socket);
     if (!transfer) {
         return;
     }
-    ++transfer->sends;
-    if (transfer->sends <= sends_max) {
-        (void)utils::send_udp_packet(socket, transfer->last_packet);  // A copy follows.
-        transfer->retransmit_timer.callback(rtimestamp::s2ticks(resend_interval),
-                                            callback_argument(retransmit, socket));
+    if (transfer->sends < sends_max) {
+        transmit(*transfer, rtimestamp::now());
         return;
     }
     if (log_level >= 3) {
@@ -76,10 +82,11 @@ void send_next_block(tftp_result& transfer) {
     str const data = transfer.outgoing.leftstr(block_size);
     transfer.outgoing = transfer.outgoing.substr(block_size);
     transfer.final = data.length() < block_size;
-    arm_idle_timer(transfer);
     transfer.last_packet = numbered_packet(tftp_data, transfer.block) + data;
     transfer.sends = 0;
-    retransmit(transfer.socket);
+    rtimestamp const now = rtimestamp::now();
+    arm_idle_timer(transfer, now);
+    transmit(transfer, now);
 }
 
 // Intended: numbers of 16 bits are compared with the full count, here and for data, so that a
@@ -224,7 +231,7 @@ void start_read(tftp_result& transfer, str const& content) {
 
 void start_write(tftp_result& transfer) {
     transfer.block = 0;
-    arm_idle_timer(transfer);
+    arm_idle_timer(transfer, rtimestamp::now());
     send_acknowledgement(transfer, 0);
 }
 
