@@ -236,7 +236,7 @@ clean_network() {
     ip link show type vlan | sed -n 's/^[0-9]*: \([^@]*\)@.*/\1/p' | while read -r vlan; do
         ip link del "$vlan"
     done
-    ip addr flush dev eth1 scope global
+    ip -4 addr flush dev eth1
     rm -f $app/settings.xml $app/resolv.conf $app/dhcp.info
 }
 

@@ -14,14 +14,15 @@ guest() {
     start_daemon
     wait_log "DHCPv4 on eth1.100 goes to BOUND"
     wait_log "DHCPv6 on eth1.100 goes to STATELESS"
-    wait_until "DHCPv6 on the wire" captured wire "$question" 1
     stop_server early
+    wait_until "DHCPv6 on the wire" captured wire "$question" 1
     end_capture wire
 
     # From now on with the transaction ids that the daemon listens for.
     xid=$(sed -n 's/.*client provides name//; s/.* \([0-9]*\) DHCPACK.*/\1/p' "$out"/dnsmasq.log | tail -n 1)
-    xids=$(printf %08x "$xid")$(tcpdump -n -v -r "$out/wire.pcap" "$question" 2>/dev/null |
+    xid6=$(tcpdump -n -v -r "$out/wire.pcap" "$question" 2>/dev/null |
         sed -n 's/.*(xid=\([0-9a-f]*\).*/\1/p' | head -n 1)
+    xids=$(printf %08x%06x "$xid" "0x$xid6")
     flood 2
     before=$(memory_kb)
     flood 3

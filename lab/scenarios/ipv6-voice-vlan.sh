@@ -4,7 +4,7 @@
 guest() {
     switch_vlan 100
     ip -n sw addr add 2001:db8:100::123/64 dev p1.100
-    kea_renew=3 kea_rebind=20
+    kea_renew=3 kea_rebind=60
     start_kea 6 p1.100 2001:db8:100::/64 2001:db8:100::77-2001:db8:100::77 \
         "dns-servers=2001:db8:100::53,2001:db8:100::54" domain-search=voice.example \
         sntp-servers=2001:db8:100::123
@@ -34,8 +34,8 @@ nameserver [2001:db8:100::54]
 "
     # The options include what the IA_NA holds.
     expect "DHCPv6 messages of the device: type, options, T1, T2, address" "1|1,6,8,3|3600|5400|
-3|1,2,8,3,5,6|3|20|2001:db8:100::77
-5|1,2,8,3,5,6|3|20|2001:db8:100::77" "$(frames wire "dhcpv6 && eth.src == $mac" dhcpv6.msgtype \
+3|1,2,8,3,5,6|3|60|2001:db8:100::77
+5|1,2,8,3,5,6|3|60|2001:db8:100::77" "$(frames wire "dhcpv6 && eth.src == $mac" dhcpv6.msgtype \
         dhcpv6.option.type dhcpv6.iaid.t1 dhcpv6.iaid.t2 dhcpv6.iaaddr.ip | sort -u)"
     expect "their VLAN, priority, ports, destination, options asked for, client identifier" \
         "100|5|546|547|ff02::1:2|21,22,23,24,31,41,42|0003000102a0b71a2b3c" \
