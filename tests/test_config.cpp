@@ -28,39 +28,38 @@ std::string document(std::string const& body) {
 
 }  // namespace
 
-TEST_F(config_test, every_setting_has_its_key_default_and_variable) {
-    table<std::string, str*, char const*> const texts = {
-        {"base_name", &base_name, "vorn-q7"},
-        {"asset_id", &asset_id, ""},
-        {"ieee802_1x_username", &ieee_802_1x_username, ""},
-        {"ieee802_1x_password", &ieee_802_1x_password, ""},
-        {"dhcp", &use_dhcp, ""},
-        {"ip_adr", &ip_adr, ""},
-        {"netmask", &netmask, ""},
-        {"gateway", &gateway, ""},
-        {"dns_server1", &static_dns_server1, ""},
-        {"dns_server2", &static_dns_server2, ""},
-        {"dns_server3", &static_dns_server3, ""},
-        {"dns_server4", &static_dns_server4, ""},
-        {"dns_domain", &static_dns_domain, ""},
-        {"ntp_server", &ntp_server, "pool.ntp.org"},
-        {"http_username", &http_username1, "admin"},
-        {"http_password", &http_password1, "bluefern"},
+TEST_F(config_test, every_setting_has_its_key_and_default_and_the_sample_file_sets_it) {
+    table<char const*, str*, char const*, char const*> const texts = {
+        {"base_name", &base_name, "vorn-q7", "lobby"},
+        {"asset_id", &asset_id, "", "A-0042"},
+        {"ieee802_1x_username", &ieee_802_1x_username, "", "lobby-1"},
+        {"ieee802_1x_password", &ieee_802_1x_password, "", "salt & pepper"},
+        {"dhcp", &use_dhcp, "", "false"},
+        {"ip_adr", &ip_adr, "", "192.0.2.20"},
+        {"netmask", &netmask, "", "255.255.255.0"},
+        {"gateway", &gateway, "", "192.0.2.1"},
+        {"dns_server1", &static_dns_server1, "", "192.0.2.53"},
+        {"dns_server2", &static_dns_server2, "", "192.0.2.54"},
+        {"dns_server3", &static_dns_server3, "", "2001:db8::53"},
+        {"dns_server4", &static_dns_server4, "", "2001:db8::54"},
+        {"dns_domain", &static_dns_domain, "", "voice.example"},
+        {"ntp_server", &ntp_server, "pool.ntp.org", "time.voice.example"},
+        {"http_username", &http_username1, "admin", "provisioning"},
+        {"http_password", &http_password1, "bluefern", "correct horse"},
     };
     EXPECT_EQ(settings.registered.count, 20);
-    std::string elements = "<vlan_id>5</vlan_id><vlan_prio>6</vlan_prio><log idx='10'>3</log>"
-                           "<telnet_enabled>true</telnet_enabled>";
-    for (auto const& [key, variable, initially] : texts) {
+    for (auto const& [key, variable, initially, in_sample] : texts) {
         EXPECT_EQ(*variable, initially);
-        elements += "<" + key + ">new " + key + "</" + key + ">";
-        EXPECT_EQ(settings.registered.find(key.c_str())->confidential, key.ends_with("password"));
+        bool const is_password = std::string(key).ends_with("password");
+        EXPECT_EQ(settings.registered.find(key)->confidential, is_password);
     }
-    process_config_file(document(section(elements)).c_str());
-    for (auto const& [key, variable, initially] : texts) {
-        EXPECT_EQ(*variable, ("new " + key).c_str());
+    tftp_enabled = true;
+    process_config_file(str::read_file(SAMPLE_SETTINGS));
+    for (auto const& [key, variable, initially, in_sample] : texts) {
+        EXPECT_EQ(*variable, in_sample) << key;
     }
-    EXPECT_EQ(vlan_id * 100 + vlan_prio * 10 + log_level, 563);
-    EXPECT_TRUE(tftp_enabled);
+    EXPECT_EQ(vlan_id * 100 + vlan_prio * 10 + log_level, 10057);
+    EXPECT_FALSE(tftp_enabled);
 }
 
 TEST_F(config_test, a_file_assigns_what_it_can_and_no_more) {
