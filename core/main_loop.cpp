@@ -164,8 +164,11 @@ void serve_all(descriptor_set const& readable) {
 void main_loop_pass() {
     descriptor_set descriptors;
     watch_all(descriptors);
-    int const ready = descriptors.wait(timeout_queue::global_queue.delay(true));
-    (void)rtimestamp::now();  // keeps count of the clock's wraps
+    int const delay = timeout_queue::global_queue.delay(true);
+    if (delay < 0) {
+        (void)rtimestamp::now();  // keeps count of the clock's wraps, as `delay` does with a timer
+    }
+    int const ready = descriptors.wait(delay);
     if (ready == 0) {
         timeout_queue::global_queue.next();
     } else if (ready > 0) {

@@ -22,8 +22,8 @@ public:
     tftp_result& operator=(tftp_result const&) = delete;
     ~tftp_result();  // an unfinished write leaves nothing behind
 
-    // Writes to the temporary file, which is opened first if need be, and empties `data`. At last
-    // the file gets its name. What cannot be written is dropped, and so is then the whole file.
+    // Adds to the temporary file, which is opened first if need be, and empties `data`. At last the
+    // file gets its name. What cannot be written is dropped, and so is then the whole file.
     void append_file(str& data, bool is_last);
 
     ip_port peer;
@@ -40,6 +40,7 @@ public:
     bool complete = false;   // the last block of a write has come
     int temp_fd = -1;        // temporary file; -1 when closed
     str temp_name;
+    str unwritten;            // of the temporary file, a few blocks at most
     bool is_damaged = false;  // part of an upload was dropped: it never counts
 };
 

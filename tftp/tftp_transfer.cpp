@@ -19,6 +19,7 @@ constexpr int header_length = 4;    // bytes of opcode and block
 constexpr int idle_limit = 60;      // seconds
 constexpr int resend_interval = 1;  // seconds
 constexpr int sends_max = 4;
+constexpr int write_size = 8192;              // bytes that are worth a system call
 constexpr int kept_without_access = 1048576;  // bytes of an upload
 
 // Intended: the socket stays open. Do not close it; it goes when its place is needed.
@@ -175,6 +176,7 @@ bool write_all(int fd, str const& data) {
 }
 
 void discard_temporary_file(tftp_result& transfer) {
+    transfer.unwritten.clear();
     if (transfer.temp_fd != -1) {
         close(transfer.temp_fd);
         transfer.temp_fd = -1;
@@ -206,10 +208,12 @@ void tftp_result::append_file(str& data, bool is_last) {
         open_temporary_file(*this);
         is_damaged = temp_fd == -1;
     }
-    if (!is_damaged && !write_all(temp_fd, data)) {
-        is_damaged = true;
-    }
+    unwritten += data;
     data.clear();
+    if (!is_damaged && (is_last || unwritten.length() >= write_size)) {
+        is_damaged = !write_all(temp_fd, unwritten);
+        unwritten.clear();
+    }
     if (is_damaged) {
         discard_temporary_file(*this);
         return;
