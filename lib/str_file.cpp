@@ -52,30 +52,35 @@ bool examine(str path, struct stat& status) {
     return examined;
 }
 
-// The copy gets its name when it is whole.
-bool copy_file(str& from, str const& to) {
-    str copy = to + ".new";
-    int const source = descriptors::open_file(from.c_str(), O_RDONLY);
-    struct stat status;
-    bool copied = source >= 0 && fstat(source, &status) == 0;
-    int const target = copied ? descriptors::open_file(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                                       status.st_mode & 0777)
-                              : -1;
-    copied = target >= 0;
+bool copy_bytes(int source, int target) {
     unsigned char piece[read_piece];
-    ssize_t count = 0;
-    while (copied && (count = read(source, piece, sizeof piece)) > 0) {
-        copied = write(target, piece, size_t(count)) == count;
+    ssize_t count;
+    while ((count = read(source, piece, sizeof piece)) > 0) {
+        if (write(target, piece, size_t(count)) != count) {
+            return false;
+        }
     }
-    copied = copied && count == 0;
+    return count == 0;
+}
+
+// The copy gets its name when it is whole.
+bool copy_file(str& from, str& to) {
+    int const source = descriptors::open_file(from.c_str(), O_RDONLY);
+    if (source < 0) {
+        return false;
+    }
+    struct stat status = {};
+    str copy = to + ".new";
+    int const target = fstat(source, &status) == 0
+                           ? descriptors::open_file(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                                    status.st_mode & 0777)
+                           : -1;
+    bool const copied = target >= 0 && copy_bytes(source, target);
+    close(source);
     if (target >= 0) {
         close(target);
     }
-    if (source >= 0) {
-        close(source);
-    }
-    str name = to;
-    if (copied && rename(copy.c_str(), name.c_str()) == 0) {
+    if (copied && rename(copy.c_str(), to.c_str()) == 0) {
         return true;
     }
     str::remove_file(copy, true);
