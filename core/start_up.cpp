@@ -63,7 +63,9 @@ void check_start_script() {
     if (script.empty() || script.find("ata-app") >= 0) {
         return;
     }
-    (script + "./ata-app&\n").write_file(path_start_script);
+    if (!(script + "./ata-app&\n").write_file(path_start_script)) {
+        return;  // or the device would restart for ever
+    }
     sleep(1);
     umount(mount_point_nv);
     sleep(3);

@@ -127,8 +127,7 @@ str computed_broadcast(str const& ip, str const& mask) {
     return ip.l_and(mask).l_or(mask.l_xor(str('\xFF', 4)));
 }
 
-// The requests that configure one interface. Their results are not looked at: what fails now is
-// put right by the next lease.
+// The requests that configure one interface. Their results are not looked at.
 class interface_requests {
 public:
     explicit interface_requests(str const& interface)

@@ -27,7 +27,6 @@ namespace {
 constexpr int ip_header_length = 20;
 constexpr int udp_header_length = 8;
 constexpr int time_to_live = 128;
-constexpr int device_name_size = 32;  // bytes of the SO_BINDTODEVICE argument
 
 // The Internet checksum (RFC 1071); an odd last byte counts as the high one.
 str checksum(str const& bytes) {
@@ -98,9 +97,7 @@ void dhcp::create_udp_socket() {
     int const on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-    char device[device_name_size] = {};
-    utils::copy_interface_name(device, interface);
-    setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, device, sizeof device);
+    utils::bind_to_device(fd, interface);
     ip_port local;
     local.port = dhcp_packet::client_port;
     sockaddr_in address;

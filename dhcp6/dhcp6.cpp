@@ -4,17 +4,17 @@
 //   INITIAL                    timer, global address     INFORMATION-REQUEST          STATELESS
 //   INITIAL                    timer, none               new IAID, SOLICIT            SOLICIT
 //   SOLICIT                    usable ADVERTISE          take it, REQUEST             REQUEST
-//   REQUEST                    REPLY with an address     put it on the interface      BOUND
+//   REQUEST                    REPLY with an address     put a new one on the         BOUND
+//                                                        interface
 //   RENEW, REBIND, STATELESS   REPLY with an address     timers only                  BOUND
 //   BOUND                      T1, T2                    RENEW                        RENEW
 //   RENEW                      T1, T2                    REBIND                       REBIND
 //   SOLICIT, REQUEST, RENEW,   fourth resend timer       -                            FAILED
 //   REBIND
-//   FAILED                     timer after 60 s          SOLICIT                      SOLICIT
 //   SOLICIT, REQUEST, REBIND,  T1, T2, timer             SOLICIT                      SOLICIT
-//   STATELESS
+//   STATELESS, FAILED
 //
-// A REPLY in BOUND or STATELESS, as they are after it, also publishes DNS and SNTP servers. Every
+// A REPLY that leaves the client in BOUND or STATELESS also publishes DNS and SNTP servers. Every
 // other combination changes nothing.
 #include "dhcp6/dhcp6.h"
 
@@ -33,7 +33,6 @@ namespace {
 constexpr int start_delay = 3;      // seconds, for router advertisements to come first
 constexpr int wait_if_failed = 60;  // seconds
 constexpr int resends_max = 3;
-constexpr int iaid_length = 4;
 
 constexpr unsigned int infinity = 0xFFFFFFFF;  // RFC 3315, 5.6
 constexpr unsigned int default_t1 = 3600;      // seconds
@@ -191,7 +190,7 @@ void dhcp6::renew_timer_expires() {
 void dhcp6::begin() {
     str const global_address = find_global_address();
     if (global_address.empty()) {
-        iaid = utils::generate_randstr(iaid_length);
+        make_iaid();
         goto_state(state_solicit);
         return;
     }

@@ -80,6 +80,8 @@ private:
     void build_information_request();
     void add_elapsed_time();
     void make_duid();
+    void make_iaid();
+    bool open_socket();
 
     // Reply (dhcp6_reply.cpp).
     void recv_reply(dhcp6_packet const& reply);

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int xid_length = 3;
+constexpr int iaid_length = 4;
 constexpr int resend_interval = 1;  // seconds
 
 constexpr unsigned int wanted_t1 = 3600;  // seconds
@@ -36,6 +37,10 @@ void dhcp6::make_duid() {
     client_duid = utils::int2str(link_layer_ethernet, 4) + utils::hex2bin(mac_addr);
 }
 
+void dhcp6::make_iaid() {
+    iaid = utils::generate_randstr(iaid_length);
+}
+
 // Intended: milliseconds that wrap. Do not count hundredths of a second up to a limit as RFC 3315,
 // 22.9 says.
 void dhcp6::add_elapsed_time() {
@@ -46,6 +51,9 @@ void dhcp6::add_elapsed_time() {
 
 void dhcp6::build_solicit() {
     make_duid();
+    if (iaid.empty()) {
+        make_iaid();  // The client has been stateless so far.
+    }
     message.set_type_id(dhcp6_packet::type_solicit, xid);
     message.add_option(dhcp6_packet::option_client_id, client_duid);
     add_option_request(message);
@@ -74,6 +82,17 @@ void dhcp6::build_information_request() {
     add_option_request(message);
 }
 
+// Bound to its device: of several sockets with one port, only the newest would get the replies.
+bool dhcp6::open_socket() {
+    if (fd == -1) {
+        fd = utils::open_udp_socket(dhcp6_packet::client_port, true);
+        if (fd != -1) {
+            utils::bind_to_device(fd, interface);
+        }
+    }
+    return fd != -1;
+}
+
 // Sends the message of the state.
 void dhcp6::send_message() {
     switch (state) {
@@ -97,10 +116,7 @@ void dhcp6::send_message() {
     case state_failed:
         return;  // Nothing is asked in these.
     }
-    if (fd == -1) {
-        fd = utils::open_udp_socket(dhcp6_packet::client_port, true);
-    }
-    if (fd == -1) {
+    if (!open_socket()) {
         resend_timer.clear();
         return;
     }

@@ -134,7 +134,7 @@ int dns_send_proc(ip_port const& to, str const& packet) {
     if (is_ipv6_multicast) {
         utils::set_multicast_interface(socket, default_interface_index);
     }
-    return utils::send_udp_packet(socket, to, packet);
+    return utils::send_udp_packet(socket, to, packet, default_interface_index);
 }
 
 void dns_resolver::on_pdu_available(str const& packet, ip_port const& from) {

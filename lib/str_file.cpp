@@ -71,6 +71,7 @@ bool copy_file(str& from, str& to) {
     }
     struct stat status = {};
     str copy = to + ".new";
+    str::remove_file(copy, true);  // One that a power cut left would keep its mode.
     int const target = fstat(source, &status) == 0
                            ? descriptors::open_file(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                                     status.st_mode & 0777)

@@ -54,6 +54,8 @@ void close_udp_socket(int fd);
 // Bound to `port` and connected to `peer`; a link-local peer is reached by the interface.
 int open_udp_client(int port, ip_port const& peer, int interface_index);
 void set_nonblocking(int fd);
+// The socket receives and sends on that interface alone.
+void bind_to_device(int fd, str const& interface);
 // IPv6 multicast leaves the socket by that interface.
 void set_multicast_interface(int fd, int interface_index);
 // The results are those of the system call; 0 for empty data, which is not sent. A link-local peer

@@ -13,6 +13,7 @@ namespace {
 
 constexpr int receive_size = 65536;
 constexpr int tcp_backlog = 10;
+constexpr int device_name_size = 32;  // bytes of the SO_BINDTODEVICE argument
 unsigned char receive_buffer[receive_size];
 
 template<class argument>
@@ -151,6 +152,12 @@ void utils::set_nonblocking(int fd) {
     if (fd >= 0 && !switch_to_nonblocking(fd)) {
         log_failure(1, "%S", "Could not set non blocking IO");
     }
+}
+
+void utils::bind_to_device(int fd, str const& interface) {
+    char device[device_name_size] = {};
+    copy_interface_name(device, interface);
+    setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, device, sizeof device);
 }
 
 void utils::set_multicast_interface(int fd, int interface_index) {

@@ -137,7 +137,7 @@ void ntp_client::send_ntp_packet(str const& server_text) {
         }
         socket = fd;
     }
-    utils::send_udp_packet(socket, destination, request_packet());
+    utils::send_udp_packet(socket, destination, request_packet(), default_interface_index);
 }
 
 void ntp_client::schedule_next() {

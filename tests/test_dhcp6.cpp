@@ -104,7 +104,7 @@ TEST_F(dhcp6_test, the_messages_of_a_lease_have_these_bytes) {
     bytes const xid = of(client().xid);
     bytes const sent_ia = option(3, of(client().iaid) + big_endian(3600, 4) + big_endian(5400, 4));
     EXPECT_EQ(sent.at(0).data, "\1" + xid + duid + wanted + elapsed(3000) + sent_ia);
-    EXPECT_EQ(describe(client().fd), "udp [*]:546 reuse nonblocking");
+    EXPECT_EQ(describe(client().fd), "udp [*]:546 eth1 reuse nonblocking");
     run_until(4);
     EXPECT_EQ(sent.at(1).data, "\1" + xid + duid + wanted + elapsed(4000) + sent_ia);
     advertise();
@@ -242,6 +242,9 @@ TEST_F(dhcp6_test, a_global_address_makes_the_client_ask_for_configuration_only)
     receive(7, option(24, hex("05 766F696365 00")));
     EXPECT_EQ(dynamic_dns6_domain, "voice");
     EXPECT_EQ(state(), "STATELESS");
+    client().start("eth1");
+    run_for(3);
+    EXPECT_EQ(state() + std::to_string(client().iaid.length()), "SOLICIT4");
 }
 
 TEST_F(dhcp6_test, a_reply_publishes_domain_dns_and_sntp_servers) {

@@ -268,6 +268,19 @@ TEST_F(tftp_test, without_access_an_upload_takes_a_mebibyte_at_most_and_then_cou
     }
 }
 
+TEST_F(tftp_test, without_access_all_uploads_together_take_some_mebibytes_at_most) {
+    tftp_enabled = false;
+    for (int i = 0; i < 9; ++i) {
+        request(2, "auth.txt", "192.0.2." + std::to_string(i));
+        for (unsigned int block = 1; block < 20; ++block) {
+            receive(numbered(3, block, bytes(65000, 'x')));
+        }
+        EXPECT_EQ(transfer().incoming.length(), i < 4 ? 1048576 : i == 4 ? 65000 : 4096) << i;
+    }
+    upload("auth.txt", "username:admin\npassword:bluefern");
+    EXPECT_TRUE(tftp_enabled);
+}
+
 TEST_F(tftp_test, block_numbers_do_not_wrap) {
     files["f"].content = bytes(2000, 'x');
     request(1, "f");

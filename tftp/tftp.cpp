@@ -6,7 +6,10 @@
 #include "lib/utils.h"
 #include "tftp/tftp_internal.h"
 
+#include <climits>
 #include <initializer_list>
+#include <sys/select.h>
+#include <unistd.h>
 
 constinit smap<int, tftp_result> tftp_ports;
 constinit int fd_tftp4 = -1;
@@ -15,6 +18,8 @@ constinit int fd_tftp6 = -1;
 namespace {
 
 constexpr int listening_port = 69;  // RFC 1350, 4
+
+constexpr int reserved_descriptors = 64;
 
 // Block numbers have 16 bits: nothing behind 65,536 blocks of 512 bytes can be sent.
 constexpr int file_size_max = 65536 * 512;
@@ -31,14 +36,14 @@ void refuse(int socket, ip_port const& to) {
     send_error(socket, to, error_access_violation, "Authentication Required");
 }
 
-// The bytes up to the first 0.
+// The bytes up to the first 0; empty when no path can be so long.
 str requested_name(str const& packet) {
     str const name = packet.substr(2);
     int length = 0;
     while (length < name.length() && name[length] != 0) {
         ++length;
     }
-    return name.leftstr(length);
+    return length < PATH_MAX ? name.leftstr(length) : str::null;
 }
 
 bool is_repetition(ip_port const& from, str const& name) {
@@ -52,8 +57,18 @@ bool is_repetition(ip_port const& from, str const& name) {
     return false;
 }
 
+// Transfers leave some descriptors to the rest of the daemon, however many are asked for.
+bool is_crowded() {
+    long const descriptors_max = sysconf(_SC_OPEN_MAX);
+    long const usable = descriptors_max < FD_SETSIZE ? descriptors_max : FD_SETSIZE;
+    return tftp_ports.count >= usable - reserved_descriptors;
+}
+
 // nullptr when there is no socket for it.
 tftp_result* new_transfer(ip_port const& peer, str const& name) {
+    if (is_crowded()) {
+        return nullptr;
+    }
     int const socket = utils::open_udp_client(0, peer, default_interface_index);
     if (socket < 0) {
         return nullptr;

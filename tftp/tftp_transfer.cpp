@@ -16,11 +16,16 @@ namespace {
 
 constexpr int block_size = 512;     // bytes
 constexpr int header_length = 4;    // bytes of opcode and block
+constexpr int message_max = 512;    // bytes of a foreign text in the log
 constexpr int idle_limit = 60;      // seconds
 constexpr int resend_interval = 1;  // seconds
 constexpr int sends_max = 4;
-constexpr int write_size = 8192;              // bytes that are worth a system call
-constexpr int kept_without_access = 1048576;  // bytes of an upload
+constexpr int write_size = 8192;  // bytes that are worth a system call
+// Bytes of an upload that are kept without access. Once all uploads together hold more than they
+// may, only what credentials need is kept of each.
+constexpr int kept_of_one = 1048576;
+constexpr int kept_of_all = 4 * kept_of_one;
+constexpr int kept_of_each = 4096;
 
 // Intended: the socket stays open. Do not close it; it goes when its place is needed.
 void delete_transfer(int socket) {
@@ -107,10 +112,26 @@ void acknowledged(tftp_result& transfer, unsigned int number) {
     delete_transfer(transfer.socket);
 }
 
+int kept_bytes() {
+    int sum = 0;
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        sum += each->value.incoming.length();
+    }
+    return sum;
+}
+
 // Without access nobody may fill the memory.
+int room_for(tftp_result const& transfer, str const& data) {
+    if (tftp_enabled) {
+        return data.length();
+    }
+    int const kept = transfer.incoming.length();
+    bool const is_tight = kept + data.length() > kept_of_each && kept_bytes() > kept_of_all;
+    return (is_tight ? kept_of_each : kept_of_one) - kept;
+}
+
 void keep(tftp_result& transfer, str const& data) {
-    int const room =
-        tftp_enabled ? data.length() : kept_without_access - transfer.incoming.length();
+    int const room = room_for(transfer, data);
     if (data.length() > room) {
         transfer.is_damaged = true;
     }
@@ -147,7 +168,8 @@ void error_received(tftp_result const& transfer, int code, str const& message) {
     int const level = code < 1 ? 9 : 5;
     if (log_level >= level) {
         log_add_message(level,
-                        str::sprintf("TFTP: Received error %d: %s", code, message.rstrip('\0')),
+                        str::sprintf("TFTP: Received error %d: %s", code,
+                                     message.leftstr(message_max).rstrip('\0')),
                         str::null);
     }
     delete_transfer(transfer.socket);
@@ -190,6 +212,7 @@ void discard_temporary_file(tftp_result& transfer) {
 void open_temporary_file(tftp_result& transfer) {
     str name = str::sprintf("tmp.%d", tftp_next_temp_number);
     ++tftp_next_temp_number;
+    str::remove_file(name, true);  // One that a power cut left would keep its mode.
     transfer.temp_fd = descriptors::open_file(name.c_str(), O_CREAT | O_TRUNC | O_WRONLY,
                                               file_mode(transfer.file_name));
     if (transfer.temp_fd >= 0) {

@@ -195,7 +195,8 @@ ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
         out.to = to_hex(raw(address.sll_addr, address.sll_halen));
     } else {
         out.to = endpoint(to);
-        out.interface += out.to.starts_with("[ff") ? socket.multicast_interface : "";
+        bool const has_choice = out.to.starts_with("[ff") && !socket.multicast_interface.empty();
+        out.interface = has_choice ? socket.multicast_interface : socket.device;
         if (out.to.starts_with("255.255.255.255") && !socket.has("broadcast")) {
             return refuse(EACCES);
         }
