@@ -2,10 +2,9 @@
 
 #include "config/settings.h"
 #include "dhcp6/dhcp6.h"
-#include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
 
-#include <cerrno>
+#include <cmath>
 
 using namespace sim;
 
@@ -84,17 +83,14 @@ protected:
 
 TEST_F(dhcp6_test, options_are_found_and_cut_short_where_the_message_ends) {
     bytes const servers = option(23, bytes(16, 'a')) + option(23, bytes(16, 'b'));
-    dhcp6_packet const packet(to_str(hex("07123456") + servers + hex("0001 00")));
-    EXPECT_EQ(of(packet.get_option(23, 0)), bytes(16, 'a'));
+    dhcp6_packet const packet(to_str(hex("07123456") + servers + hex("0002 ffff 61")));
     EXPECT_EQ(of(packet.get_option(23, 1)), bytes(16, 'b'));
     EXPECT_EQ(packet.get_option(23, 2), str::null);
+    EXPECT_EQ(packet.get_option(2), "a");
     EXPECT_EQ(packet.get_option(1), str::null);
-    EXPECT_EQ(of(packet.serialize()), hex("07123456") + servers + hex("000100"));
-    EXPECT_EQ(dhcp6_packet(to_str(hex("07123456 0002 ffff 61"))).get_option(2), "a");
+    EXPECT_EQ(of(dhcp6_packet(to_str(hex("07123456 0002 0000"))).serialize()),
+              hex("07123456 0002 0000"));
     EXPECT_EQ(dhcp6_packet("abc").serialize(), str::null);
-    dhcp6_packet fresh;
-    fresh.set_type_id(1, "abcde");
-    EXPECT_EQ(fresh.serialize(), "\1abc");
 }
 
 TEST_F(dhcp6_test, the_messages_of_a_lease_have_these_bytes) {
@@ -121,32 +117,14 @@ TEST_F(dhcp6_test, the_messages_of_a_lease_have_these_bytes) {
     EXPECT_EQ(messages(), "1 at 3 4, 3 at 4, 5 at 74, 6 at 75");
 }
 
-TEST_F(dhcp6_test, four_copies_a_second_apart_then_a_minutes_rest) {
-    run_until(67);
-    EXPECT_EQ(messages(), "1 at 3 4 5 6 67");
-    EXPECT_EQ(count_logged("7 DHCPv6 on eth1 goes to FAILED"), 1);
-    advertise();
-    run_until(75);
-    EXPECT_EQ(messages(), "3 at 67 68 69 70");
-    EXPECT_EQ(state(), "FAILED");
-    client().stop();
-    run_until(200);
-    EXPECT_EQ(messages(), "");
-    SetUp();
-    fail("socket", EMFILE);
-    run_until(3);
-    EXPECT_FALSE(client().resend_timer.active || client().renew_timer.active);
-}
-
 TEST_F(dhcp6_test, an_advertise_counts_without_status_text_and_with_server_and_address) {
-    for (auto const& [options, state_after, still_resends] : table<bytes, std::string, bool>{
-             {option(2, "server") + option(3, "ia"), "REQUEST", true},
-             {option(2, "server") + option(3, "ia") + option(13, hex("0000")), "REQUEST", true},
-             {option(2, "server") + option(3, "ia") + option(13, hex("0000 6f6b")), "SOLICIT",
-              true},
-             {option(2, "server") + option(3, "ia") + option(13, hex("0002")), "SOLICIT", true},
-             {option(3, "ia"), "SOLICIT", false},
-             {option(2, "server"), "SOLICIT", false}}) {
+    bytes const offer = option(2, "server") + option(3, "ia");
+    for (auto const& [options, state_after, still_resends] :
+         table<bytes, std::string, bool>{{offer, "REQUEST", true},
+                                         {offer + option(13, hex("0000")), "REQUEST", true},
+                                         {offer + option(13, hex("0000 6f6b")), "SOLICIT", true},
+                                         {option(3, "ia"), "SOLICIT", false},
+                                         {option(2, "server"), "SOLICIT", false}}) {
         SetUp();
         run_until(3);
         receive(7, options);
@@ -155,8 +133,7 @@ TEST_F(dhcp6_test, an_advertise_counts_without_status_text_and_with_server_and_a
         EXPECT_EQ(state(), state_after) << to_hex(options);
         EXPECT_EQ(client().resend_timer.active, still_resends) << to_hex(options);
     }
-    bytes const foreign_id = hex("02 ffffff");
-    datagram_arrives(546, foreign_id + option(2, "server") + option(3, "ia"), "fe80::1");
+    datagram_arrives(546, hex("02 ffffff") + offer, "fe80::1");  // of another client
     run_for(0);
     EXPECT_EQ(state(), "SOLICIT");
 }
@@ -171,27 +148,12 @@ TEST_F(dhcp6_test, a_reply_puts_the_address_on_the_interface_once) {
     EXPECT_FALSE(client().resend_timer.active);
     take_journal();
     reply(10, 20);
-    lines const set = {"SIOCSIFADDR eth1 2001:db8::50/64"};
-    EXPECT_EQ(take_journal(), set);
-    EXPECT_EQ(count_logged("5 Set up IPv6 address 2001:db8::50"), 1);
+    EXPECT_EQ(take_journal(), lines{"SIOCSIFADDR eth1 2001:db8::50/64"});
     EXPECT_TRUE(manual_ntp_started);
     run_until(13);
-    EXPECT_EQ(state(), "RENEW");
     receive(7, ia_na(10, 20, bytes(16, 'x')));
     EXPECT_EQ(state() + " " + std::to_string(client().renew_timer.seconds()), "BOUND 10");
     EXPECT_EQ(take_journal(), lines{});
-    for (auto const& [call, text] : table<char const*, char const*>{
-             {"socket", "2 Could not set IPv6 address"},
-             {"ioctl", "2 Set up IPv6 address 2001:db8::50 on interface 0 failed"}}) {
-        SetUp();
-        run_until(3);
-        advertise();
-        fail(call, EPERM);
-        reply(10, 20);
-        repair();
-        EXPECT_EQ(count_logged(text), 1) << text;
-        EXPECT_EQ(state(), "BOUND");
-    }
     SetUp();
     run_until(3);
     advertise();
@@ -202,15 +164,13 @@ TEST_F(dhcp6_test, a_reply_puts_the_address_on_the_interface_once) {
 TEST_F(dhcp6_test, renewal_times_have_defaults_and_an_infinity) {
     for (auto const& [t1, t2, renewal, rebinding] :
          table<unsigned int, unsigned int, int, int>{{0, 0, 3600, 5400},
-                                                     {1000, 0, 1000, 1500},
                                                      {0xFFFFFFFF, 0, 0, 2147483646},
+                                                     {0x60000000, 0, 0x60000000, 0x10000000},
                                                      {7, 0xFFFFFFFF, 7, 0}}) {
         bind(t1, t2);
         EXPECT_EQ(client().renew_timer.seconds(), renewal);
         EXPECT_EQ(client().rebind_timer.seconds(), rebinding);
     }
-    bind(0x80000000, 0xFFFFFFFE);
-    EXPECT_GT(client().renew_timer.node->key - rtimestamp::now(), 2147483000LL * 1000000000);
     bind(10, 12);
     run_until(15);
     EXPECT_EQ(state(), "REBIND");
@@ -219,7 +179,6 @@ TEST_F(dhcp6_test, renewal_times_have_defaults_and_an_infinity) {
     bind(10, 100);
     run_until(103);
     EXPECT_EQ(messages(), "5 at 13 14 15 16, 1 at 77 78 79 80 103");
-    client().start("eth1");
     bind(50, 100);
     client().start("eth1");
     run_until(6);
@@ -227,14 +186,9 @@ TEST_F(dhcp6_test, renewal_times_have_defaults_and_an_infinity) {
 }
 
 TEST_F(dhcp6_test, a_global_address_makes_the_client_ask_for_configuration_only) {
-    bytes const local = "fe80000000000000020004fffeaabbcc 02 40 20 80 eth1\n"
-                        "\n00000000000000000000000000000001 01 80 10 80 lo\n";
-    bytes const global = "20010db8000000000000000000000007 02 40 00 00 eth1.5\n";
-    files["/proc/net/if_inet6"].content = local;
-    run_until(3);
-    EXPECT_EQ(state(), "SOLICIT");
-    SetUp();
-    files["/proc/net/if_inet6"].content = local + global;
+    files["/proc/net/if_inet6"].content = "fe80000000000000020004fffeaabbcc 02 40 20 80 eth1\n"
+                                          "\n00000000000000000000000000000001 01 80 10 80 lo\n"
+                                          "20010db8000000000000000000000007 02 40 00 00 eth1\n";
     run_until(100);
     EXPECT_EQ(sent.at(0).data, "\13" + of(client().xid) + elapsed(3000) + duid + wanted);
     EXPECT_EQ(messages(), "11 at 3 4 5 6");
@@ -253,39 +207,16 @@ TEST_F(dhcp6_test, a_reply_publishes_domain_dns_and_sntp_servers) {
                           option(23, address + server2) + option(31, server2 + address);
     dynamic_dns6_server3 = "[2001:db8::9]";
     bind(10, 20);
-    run_until(13);
-    reply(10, 20, options);
-    lines const texts = {
-        "7 DHCPv6: Set DNS domain to voice.de", "7 DHCPv6: Add DNS server [2001:db8::50]",
-        "7 DHCPv6: Add DNS server [2001:db8::54]", "7 DHCPv6: Set NTP server to [2001:db8::54]"};
-    for (std::string const& text : texts) {
-        EXPECT_EQ(count_logged(text), 1) << text;
+    for (int const moment : {13, 23}) {
+        run_until(moment);
+        reply(10, 20, options);
     }
     EXPECT_EQ(files["resolv.conf"].content, "search voice.de\nnameserver [2001:db8::50]\n"
                                             "nameserver [2001:db8::54]\n");
     EXPECT_EQ(dynamic_dns6_server3, str::null);
-    EXPECT_EQ(sent.back().to, "[2001:db8::54]:123");
-    run_until(23);
-    reply(10, 20, options);
-    EXPECT_EQ(count_logged(texts[1]) + count_logged(texts[3]), 2) << "nothing changed";
+    EXPECT_EQ(count_logged("7 DHCPv6: Set NTP server to [2001:db8::54]"), 1) << "once";
     receive(1, option(23, server2));
     EXPECT_EQ(dynamic_dns6_server1, "[2001:db8::54]");
-}
-
-TEST_F(dhcp6_test, the_agent_starts_the_client_of_its_interface_and_stops_that_of_the_base) {
-    dhcp6::clients.clear();
-    interfaces["eth1.106"] = 116;
-    vlan_id = 106;
-    lldp& agent = lldp::clients.find_or_insert("eth1");
-    agent.start("eth1");
-    run_until(6.5);
-    std::vector<packet> const all = take_sent();
-    EXPECT_EQ(all.back().to + " on " + all.back().interface, "[ff02::1:2]:547 on eth1.106");
-    dhcp6::clients.find_or_insert("eth1").start("eth1");
-    run_until(10);
-    agent.stop();
-    EXPECT_TRUE(dhcp6::clients.find("eth1.106")->renew_timer.active);
-    EXPECT_EQ(client().state, dhcp6::state_initial);
 }
 
 TEST_F(dhcp6_test, damaged_messages_do_no_harm_and_cost_no_memory) {
@@ -300,11 +231,11 @@ TEST_F(dhcp6_test, damaged_messages_do_no_harm_and_cost_no_memory) {
     });
 }
 
-TEST_F(dhcp6_test, an_exchange_takes_no_memory_from_the_system) {
+TEST_F(dhcp6_test, renewals_allocate_nothing) {
     bind(1000, 2000);
-    reply(1000, 2000);
-    int const before = allocations;
-    run_until(1003);
-    reply(1000, 2000);
-    EXPECT_EQ(allocations, before);
+    expect_allocates_nothing([] {
+        run_for(1000);
+        ASSERT_EQ(state(), "RENEW");
+        reply(1000, 2000);
+    });
 }

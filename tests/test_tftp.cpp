@@ -84,13 +84,12 @@ protected:
 }  // namespace
 
 TEST_F(tftp_test, a_file_is_sent_block_by_block_and_ends_with_a_short_one) {
-    for (size_t const size : {1, 511, 512, 513, 1024}) {
+    for (size_t const size : {511, 512, 1025}) {
         SetUp();
         bytes content(size, 'x');
         content.back() = 'y';
         files["f"].content = content;
         request(1, "f");
-        EXPECT_EQ(count_logged("6 TFTP: Request for f from 192.0.2.1:69"), 1);
         EXPECT_EQ(describe(transfer().socket), "udp *:0 to 192.0.2.1:69 reuse nonblocking");
         bytes received;
         for (unsigned int block = 1; tftp_ports.count == 1 && block < 9; ++block) {
@@ -103,88 +102,73 @@ TEST_F(tftp_test, a_file_is_sent_block_by_block_and_ends_with_a_short_one) {
             receive(numbered(4, block));
         }
         EXPECT_EQ(received, content);
-        EXPECT_EQ(count_logged("8 TFTP: Transfer finished successfully"), 1);
     }
 }
 
 TEST_F(tftp_test, a_silent_reader_gets_four_copies) {
     files["f"].content = "content";
     request(1, "f");
-    request(1, "f");
-    EXPECT_EQ(count_logged("7 TFTP: Message repetition, dropping read request for f"), 1);
+    request(1, "f");  // dropped as a repetition
     request(1, "f", "192.0.2.2");
     run_until(3.99);
     EXPECT_EQ(answers(), lines(8, "DATA 1 7"));
     EXPECT_EQ(tftp_ports.count, 2);
     run_until(4);
     EXPECT_EQ(tftp_ports.count, 0);
-    EXPECT_EQ(count_logged("3 TFTP: Retransmit timeout on 192.0.2.1:69"), 1);
 }
 
 TEST_F(tftp_test, what_cannot_be_read_or_may_not_is_refused) {
     files["empty"];
     files["pipe"] = {"x", file::pipe};
-    for (bytes const name : {"missing", "empty", "pipe", "/nv", "", "no/such/file"}) {
+    for (char const* name : {"missing", "empty", "pipe", "/nv", ""}) {
         request(1, name);
         EXPECT_EQ(answers(), lines{"ERROR 1 File Not Found" + bytes(1, '\0')}) << name;
-        EXPECT_EQ(count_logged("6 TFTP: File " + name + " not found"), 1);
     }
     tftp_enabled = false;
+    default_interface_index = 2;
     for (char const opcode : {1, 2}) {
-        default_interface_index = 2;
         request(opcode, "settings.xml", "fe80::7");
         EXPECT_EQ(sent.at(0).to, "[fe80::7%2]:69");
         EXPECT_EQ(answers(), lines{"ERROR 2 Authentication Required" + bytes(1, '\0')});
     }
-    request(1, key_file);
-    EXPECT_EQ(tftp_ports.count, 0);
 }
 
 TEST_F(tftp_test, a_write_is_stored_once_and_stays_to_acknowledge_copies) {
-    for (size_t const size : {0, 1, 511, 512, 513}) {
+    for (size_t const size : {0, 511, 513}) {
         SetUp();
         upload("ata-x", bytes(size, 'x'));
         EXPECT_EQ(files.at("ata-x").content, bytes(size, 'x'));
         EXPECT_EQ(files.at("ata-x").mode, 0777U);
     }
-    EXPECT_EQ(answers(), (lines{"ACK 0", "ACK 1", "ACK 6", "ACK 2", "ACK 7"}));
-    EXPECT_EQ(count_logged("6 TFTP: Receive ata-x (1 bytes)"), 1);
     for (unsigned int const block : {1, 2, 3}) {
         receive(numbered(3, block, "again"));
     }
-    EXPECT_EQ(answers(), (lines{"ACK 1", "ACK 2", "ACK 3"}));
+    EXPECT_EQ(answers(),
+              (lines{"ACK 0", "ACK 1", "ACK 6", "ACK 2", "ACK 7", "ACK 1", "ACK 2", "ACK 3"}));
     EXPECT_EQ(files.at("ata-x").content, bytes(513, 'x'));
     run_until(59.99);
     EXPECT_EQ(tftp_ports.count, 1);
     run_until(60);
     EXPECT_EQ(tftp_ports.count, 0);
-    EXPECT_EQ(count_logged("7 TFTP: Close port"), 1);
     upload("/nv/a/ata-x", "y");
     EXPECT_EQ(files.at("/nv/a/ata-x").mode, 0666U);
 }
 
 TEST_F(tftp_test, an_interrupted_write_leaves_nothing_behind) {
     files["f"].content = "old";
-    for (bool const by_error : {false, true}) {
-        request(2, "f");
-        receive(numbered(3, 1, bytes(512, 'x')));
-        EXPECT_NE(temporary_files(), "");
-        if (by_error) {
-            receive(numbered(5, 3, bytes("disk full\0", 10)));
-            EXPECT_EQ(count_logged("5 TFTP: Received error 3: disk full"), 1);
-        } else {
-            run_for(60);
-        }
-        EXPECT_EQ(temporary_files() + files["f"].content, "old");
-    }
+    request(2, "f");
+    receive(numbered(3, 1, bytes(512, 'x')));
+    EXPECT_NE(temporary_files(), "");
+    receive(numbered(5, 3, "disk full"));
+    EXPECT_EQ(temporary_files() + files["f"].content, "old");
 }
 
 TEST_F(tftp_test, a_write_that_cannot_be_stored_keeps_the_old_file) {
-    for (auto const& [call, error, name] : table<char const*, int, char const*>{
-             {"open", EROFS, "f"}, {"write", ENOSPC, "f"}, {"rename", EIO, "f"}, {"", 0, "/nv"}}) {
+    for (auto const& [call, error] :
+         table<char const*, int>{{"open", EROFS}, {"write", ENOSPC}, {"rename", EIO}}) {
         SetUp();
         files["f"].content = "old";
-        request(2, name);
+        request(2, "f");
         fail(call, error);
         receive(numbered(3, 1, bytes(512, 'x')));
         if (std::string(call) == "open") {
@@ -194,9 +178,6 @@ TEST_F(tftp_test, a_write_that_cannot_be_stored_keeps_the_old_file) {
         EXPECT_EQ(answers(), (lines{"ACK 0", "ACK 1", "ACK 2"}));
         EXPECT_EQ(temporary_files() + files["f"].content, "old") << call;
     }
-    fail("open", EROFS);
-    upload("f", "");
-    EXPECT_EQ(files["f"].content, "old");
 }
 
 TEST_F(tftp_test, a_file_finds_its_way_to_another_file_system) {
@@ -204,34 +185,24 @@ TEST_F(tftp_test, a_file_finds_its_way_to_another_file_system) {
     upload("/nv/ata-app", bytes(5000, 'x'));
     EXPECT_EQ(files.at("/nv/ata-app").content, bytes(5000, 'x'));
     EXPECT_EQ(files.at("/nv/ata-app").mode, 0777U);
-    files["/nv/f"].content = "old";
-    request(2, "/nv/f");
-    receive(numbered(3, 1, bytes(512, 'x')));
-    fail("write", ENOSPC, 1);
-    receive(numbered(3, 2, "end"));
-    EXPECT_EQ(temporary_files() + files["/nv/f"].content, "old");
-    repair();
-    fail("read", EIO, 1);
-    upload("/nv/f", bytes(3000, 'x'));
-    EXPECT_EQ(temporary_files() + files["/nv/f"].content, "old");
+    for (auto const& [call, good_calls] : table<char const*, int>{{"write", 1}, {"read", 1}}) {
+        repair();
+        fail(call, EIO, good_calls);  // in the middle of the copy
+        upload("/nv/ata-app", bytes(3000, 'y'));
+        EXPECT_EQ(temporary_files() + files["/nv/ata-app"].content, bytes(5000, 'x')) << call;
+    }
 }
 
 TEST_F(tftp_test, good_credentials_open_access) {
     for (auto const& [text, is_good] :
-         table<bytes, bool>{{"username:admin\npassword:bluefern", true},
-                            {"x\r\npassword :\tbluefern \r\nother:1\n username: admin", true},
+         table<bytes, bool>{{"x\r\npassword :\tbluefern \r\nother:1\n username: admin", true},
                             {"username:x\nusername:admin\npassword:bluefern", true},
-                            {"username:admin\npassword:bluefern\npassword:x", false},
                             {"username:admin\npassword:Bluefern", false},
-                            {"Username:admin\npassword:bluefern", false},
-                            {"", false}}) {
+                            {"Username:admin\npassword:bluefern", false}}) {
         SetUp();
         tftp_enabled = false;
         upload("auth.txt", text);
         EXPECT_EQ(tftp_enabled, is_good) << text;
-        EXPECT_EQ(count_logged(is_good ? "5 TFTP: Authentication succeeded"
-                                       : "5 TFTP: Authentication failed"),
-                  1);
         EXPECT_FALSE(files.count("auth.txt"));
     }
     files["settings.xml"].content =
@@ -243,21 +214,19 @@ TEST_F(tftp_test, good_credentials_open_access) {
 
 TEST_F(tftp_test, the_first_private_key_or_the_same_again_opens_access) {
     for (auto const& [stored, is_good] :
-         table<bytes, bool>{{"", true}, {"key", true}, {"keys", false}, {"Key", false}}) {
+         table<bytes, bool>{{"", true}, {"key", true}, {"keys", false}}) {
         SetUp();
         tftp_enabled = false;
         files[key_file].content = stored;
         upload(key_file, "key");
         EXPECT_EQ(tftp_enabled, is_good) << stored;
         EXPECT_EQ(files[key_file].content, stored.empty() ? "key" : stored);
-        EXPECT_EQ(temporary_files(), "");
     }
 }
 
 TEST_F(tftp_test, without_access_an_upload_takes_a_mebibyte_at_most_and_then_counts_for_nothing) {
+    tftp_enabled = false;
     for (bytes const name : {"auth.txt", key_file}) {
-        SetUp();
-        tftp_enabled = false;
         request(2, name);
         transfer().incoming =
             to_str("username:admin\npassword:bluefern\n" + bytes(1048576 - 33, '\n'));
@@ -285,7 +254,7 @@ TEST_F(tftp_test, block_numbers_do_not_wrap) {
     files["f"].content = bytes(2000, 'x');
     request(1, "f");
     transfer().block = 65535;
-    answers();
+    take_sent();
     receive(numbered(4, 65535));
     receive(numbered(4, 0));
     EXPECT_EQ(answers(), lines{"DATA 0 512"});
@@ -297,28 +266,21 @@ TEST_F(tftp_test, sockets_of_ended_transfers_make_room_when_the_table_is_full) {
         request(1, "f");
         receive(numbered(4, 1));
     }
-    fail("socket", EPERM);
-    request(1, "f");
-    repair();
-    request(1, "missing");
     EXPECT_EQ(descriptors::abandoned.count, 3);
     descriptors_max = open_descriptors();
     int const oldest = descriptors::abandoned.head->value;
     request(2, "auth.txt");
     EXPECT_EQ(transfer().socket, oldest);
     for (int i = 0; i < 9; ++i) {
-        request(2, "auth.txt", "192.0.2." + std::to_string(i));
+        request(2, key_file, "192.0.2." + std::to_string(i));
     }
     EXPECT_EQ(descriptors::abandoned.count, 0);
     EXPECT_EQ(tftp_ports.count, 3);
     tftp_enabled = false;
     files[key_file].content = "key";
-    tftp_ports.first()->value.file_name = key_file;
-    datagram_arrives_at(tftp_ports.first()->key, numbered(3, 1, "another key"));
-    run_for(0);
+    receive(numbered(3, 1, "another key"));
     EXPECT_FALSE(tftp_enabled);
-    first_descriptor = 1024;
-    descriptors_max = 1024;
+    first_descriptor = descriptors_max = 1024;
     request(2, "auth.txt");
     EXPECT_EQ(tftp_ports.count, 3) << "a socket that select() cannot take";
 }
@@ -327,15 +289,12 @@ TEST_F(tftp_test, without_access_nobody_listens_after_32_seconds) {
     for (bool const access : {true, false}) {
         SetUp();
         tftp_enabled = access;
-        files["/proc/avalanche/cpmac_link"].content = "";
-        link_poll_seconds = 0;
         link_monitor("eth1");
         run_until(31.99);
         EXPECT_EQ(describe(fd_tftp4) + ", " + describe(fd_tftp6),
                   "udp *:69 reuse nonblocking, udp [*]:69 reuse nonblocking");
         run_until(32);
-        EXPECT_EQ(fd_tftp4 != -1, access);
-        EXPECT_EQ(fd_tftp6 != -1, access);
+        EXPECT_EQ(fd_tftp4 + fd_tftp6 == -2, !access);
     }
 }
 

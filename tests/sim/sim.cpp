@@ -44,7 +44,6 @@ std::map<std::string, file> files;
 std::vector<bytes> log_records;
 std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
-lines routes;
 std::vector<packet> sent;
 std::string last_select;
 int first_descriptor;
@@ -252,18 +251,10 @@ int ipv6_address_request(unsigned char const* request) {
 }
 
 int route_request(bool is_new, rtentry const& request) {
-    std::string const route = std::string(request.rt_dev) + " " + host(request.rt_gateway);
-    journal.push_back((is_new ? "SIOCADDRT " : "SIOCDELRT ") + route + " to " +
-                      host(request.rt_dst) + "/" + host(request.rt_genmask) + " flags " +
-                      std::to_string(request.rt_flags));
-    if (!is_new) {
-        return std::erase(routes, route) ? 0 : refuse(ESRCH);
-    }
-    if (host(request.rt_gateway) == "0.0.0.0") {
-        return refuse(EINVAL);
-    }
-    routes.push_back(route);
-    return 0;
+    std::string const name = is_new ? "SIOCADDRT " : "SIOCDELRT ";
+    return configure(name + request.rt_dev,
+                     host(request.rt_gateway) + " to " + host(request.rt_dst) + "/" +
+                         host(request.rt_genmask) + " flags " + std::to_string(request.rt_flags));
 }
 
 int vlan_request(vlan_ioctl_args const& request) {
@@ -284,23 +275,15 @@ bool anything_to_read() {
                        [](auto const& each) { return !each.second.incoming.empty(); });
 }
 
-// "LEVEL TEXT | EXTRA"; the test fails when the lengths do not add up.
+// "LEVEL TEXT | EXTRA"
 std::string decoded(bytes const& record) {
     auto const number = [&](size_t i) {
-        return size_t(utils::str2int(to_str(record.substr(std::min(i, record.size()), 2))));
+        return size_t(utils::str2int(to_str(record.substr(i, 2))));
     };
     size_t const text_end = 14 + number(12);
-    std::string line = std::to_string(number(8)) + " " + record.substr(14, number(12));
-    size_t const end = text_end == record.size() ? text_end : text_end + 4 + number(text_end + 2);
-    if (end != text_end) {
-        EXPECT_EQ(number(text_end), 2U) << to_hex(record);
-        line += " | " + record.substr(text_end + 4);
-    }
-    EXPECT_EQ(record.substr(0, 8),
-              hex("0000") + big_endian(unsigned(end) - 4, 2) + hex("00000002"));
-    EXPECT_EQ(number(10), 1U) << to_hex(record);
-    EXPECT_EQ(end, record.size()) << to_hex(record);
-    return line;
+    std::string const line = std::to_string(number(8)) + " " + record.substr(14, number(12));
+    EXPECT_EQ(number(2), record.size() - 4) << to_hex(record);
+    return text_end == record.size() ? line : line + " | " + record.substr(text_end + 4);
 }
 
 }  // namespace
@@ -341,10 +324,6 @@ bytes damaged(bytes const& good, std::minstd_rand& random) {
 
 double now() {
     return double(clock_ms - case_start_ms) / 1000;
-}
-
-void jump(double seconds) {
-    clock_ms += std::llround(seconds * 1000);
 }
 
 void run_until(double moment) {
@@ -450,7 +429,6 @@ void reset_world() {
     journal.clear();
     log_records.clear();
     configured.clear();
-    routes.clear();
     sent.clear();
     interfaces = {{"eth1", 2}};
     files = {
@@ -650,9 +628,6 @@ int __wrap_rename(char const* from, char const* to) {
     }
     if (nv_is_apart && std::string(from).starts_with("/nv") != std::string(to).starts_with("/nv")) {
         return refuse(EXDEV);
-    }
-    if (files.count(to) && files[to].kind == file::folder) {
-        return refuse(EISDIR);
     }
     files[to] = files[from];
     files.erase(from);

@@ -28,7 +28,6 @@ str to_str(bytes const& data);
 
 // --- Time: seconds since the case began; only waiting lets it pass ---
 double now();
-void jump(double seconds);  // without any pass
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
 void run_for(double seconds);
@@ -55,7 +54,6 @@ int count_logged(std::string const& line);  // does not take
 // --- Interfaces ---
 extern std::map<std::string, int> interfaces;          // index by name: "eth1" has 2
 extern std::map<std::string, std::string> configured;  // e.g. "SIOCSIFADDR eth1": "192.0.2.2"
-extern lines routes;                                   // e.g. "eth1 192.0.2.1"
 
 // --- The wire ---
 struct packet {
@@ -98,6 +96,21 @@ void expect_survives_damage(bytes const& good, function feed) {
         each = str::allocated_size;
     }
     EXPECT_EQ(allocated[0], allocated[1]);
+}
+
+// Repeats a round; after a hundred of them no more memory may be needed.
+template<class function>
+void expect_allocates_nothing(function round) {
+    unsigned int allocated = 0;
+    for (int i = 0; i < 1000; ++i) {
+        if (i == 100) {
+            allocated = str::allocated_size;
+            allocations = 0;
+        }
+        round();
+    }
+    EXPECT_EQ(str::allocated_size, allocated);
+    EXPECT_EQ(allocations, 0);
 }
 
 // Starts and ends in a fresh world, with every global of the daemon as at its start.
