@@ -40,18 +40,22 @@ need_packages() {
     install_quietly "$missing" || { echo "apt-get failed." >&2; return 1; }
 }
 
-# need_chrony FOLDER: chrony conflicts with every other time service, so it is not installed on the machine but
-# unpacked into FOLDER, where the guest finds it.
+# need_unpacked PACKAGE FOLDER PROGRAM: the guest finds the package in FOLDER. For servers that would conflict
+# with the machine's own, or start on it.
+need_unpacked() {
+    [ -x "$2/$3" ] && return 0
+    mkdir -p "$2" && (
+        cd "$2" && { apt-get -qq download "$1" || { apt-get -qq update && apt-get -qq download "$1"; }; } &&
+            dpkg -x "$1"_*.deb . && rm "$1"_*.deb
+    ) 2>/dev/null && return 0
+    echo "The package $1 could not be fetched." >&2
+    return 1
+}
+
+# need_chrony FOLDER: chrony conflicts with every other time service.
 need_chrony() {
     # shellcheck disable=SC2086 # a list of words
-    need_packages $chrony_libraries || return 1
-    [ -x "$1/usr/sbin/chronyd" ] && return 0
-    mkdir -p "$1" && (
-        cd "$1" && { apt-get -qq download chrony || { apt-get -qq update && apt-get -qq download chrony; }; } &&
-            dpkg -x chrony_*.deb . && rm chrony_*.deb
-    ) 2>/dev/null && return 0
-    echo "The package chrony could not be fetched." >&2
-    return 1
+    need_packages $chrony_libraries && need_unpacked chrony "$1" usr/sbin/chronyd
 }
 
 # The servers serve inside the guest only: none of them may start on this machine, now or at its next boot.
