@@ -96,6 +96,8 @@ TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
     main_loop_pass();
     EXPECT_EQ(take_calls(), lines{"b again"});
     EXPECT_EQ(now(), 2);
+    b.callback(rtimestamp(), 0, call("long overdue"));
+    EXPECT_EQ(timeout_queue::global_queue.delay(true), 0);
 }
 
 TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any) {
