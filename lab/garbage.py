@@ -107,7 +107,7 @@ def main():
                                      (raw, vlan)])
         destination, kind, payload = build(xids)
         if build is dhcp6:
-            udp.sendto(payload, (destination + "%" + name, kind))
+            udp.sendto(payload, (destination, kind, 0, socket.if_nametoindex(name)))
         else:
             wires[name].send(destination + b"\x02\xba\xd0\x00\x00\x01" + struct.pack(">H", kind) + payload)
 
