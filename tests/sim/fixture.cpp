@@ -19,8 +19,6 @@
 
 namespace sim {
 
-void reset_world();  // sim.cpp
-
 namespace {
 
 // What the daemon may change. The first case finds and keeps the initial values.
@@ -103,6 +101,8 @@ void reset_ntp() {
     manual_ntp_started = false;
 }
 
+}  // namespace
+
 void reset_daemon() {
     dhcp::clients.clear();
     dhcp6::clients.clear();
@@ -127,8 +127,6 @@ void reset_daemon() {
     restore(numbers);
     restore(switches);
 }
-
-}  // namespace
 
 void test::SetUp() {
     reset_daemon();

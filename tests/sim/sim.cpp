@@ -11,11 +11,12 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
-#include <deque>
 #include <fcntl.h>
+#include <iterator>
 #include <linux/if_packet.h>
 #include <linux/if_vlan.h>
 #include <linux/sockios.h>
+#include <list>
 #include <net/if.h>
 #include <net/route.h>
 #include <sys/ioctl.h>
@@ -45,7 +46,6 @@ std::vector<bytes> log_records;
 std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
 std::vector<packet> sent;
-std::string last_select;
 int first_descriptor;
 int descriptors_max;
 bool nv_is_apart;
@@ -70,7 +70,8 @@ struct descriptor {
     bytes peer;               // a socket address, when connected
     lines flags;              // options and multicast groups
     std::string multicast_interface;
-    std::deque<message> incoming;
+    unsigned int number = 0;  // of all ever opened
+    std::list<message> incoming;
 
     bool has(std::string const& flag) const {
         return std::find(flags.begin(), flags.end(), flag) != flags.end();
@@ -83,8 +84,11 @@ long long clock_ms = 0;  // never goes back: the daemon counts the wraps of time
 long long case_start_ms = 0;
 lines journal;
 std::map<int, descriptor> descriptors;
+std::vector<descriptor*> by_number;                                // the same, for speed
 std::map<std::string, std::pair<int, int>, std::less<>> failures;  // good calls left, error
 bool counting_allocations = false;
+std::multimap<long long, std::function<void()>> events;  // by ms
+std::vector<int> selected = {0, 0};                      // count, wait, descriptors
 
 int refuse(int error) {
     errno = error;
@@ -102,8 +106,7 @@ bool fails(char const* call) {
 }
 
 descriptor* find(int fd) {
-    auto const found = descriptors.find(fd);
-    return found == descriptors.end() ? nullptr : &found->second;
+    return fd >= 0 && size_t(fd) < by_number.size() ? by_number[size_t(fd)] : nullptr;
 }
 
 // nullptr, with errno, when it is not open or the call is to fail.
@@ -120,10 +123,14 @@ int add(descriptor const& fresh) {
         return refuse(EMFILE);
     }
     int fd = first_descriptor;
-    while (descriptors.count(fd)) {
+    while (find(fd)) {
         ++fd;
     }
+    static unsigned int opened = 0;
     descriptors[fd] = fresh;
+    descriptors[fd].number = ++opened;
+    by_number.resize(std::max(by_number.size(), size_t(fd) + 1));
+    by_number[size_t(fd)] = &descriptors[fd];
     return fd;
 }
 
@@ -186,7 +193,7 @@ bytes socket_address(std::string const& host, int port) {
 }
 
 ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
-    packet out = {now(), IPPROTO_UDP, socket.device, "", data};
+    packet out = {now(), IPPROTO_UDP, socket.device, "", data, socket.number};
     if (socket.domain == AF_PACKET) {
         auto const address = read_as<sockaddr_ll>(to);
         out.protocol = ntohs(address.sll_protocol);
@@ -270,9 +277,25 @@ int vlan_request(vlan_ioctl_args const& request) {
                          std::to_string(request.vlan_qos));
 }
 
+// Lets time pass up to a moment, or to the event that makes a watched descriptor readable.
+template<class condition>
+void let_pass(long long end_ms, condition readable) {
+    while (!events.empty() && events.begin()->first <= end_ms) {
+        clock_ms = std::max(clock_ms, events.begin()->first);
+        std::function<void()> const action = events.begin()->second;
+        events.erase(events.begin());
+        action();
+        if (readable()) {
+            return;
+        }
+    }
+    clock_ms = end_ms;
+}
+
 bool anything_to_read() {
-    return std::any_of(descriptors.begin(), descriptors.end(),
-                       [](auto const& each) { return !each.second.incoming.empty(); });
+    return std::any_of(by_number.begin(), by_number.end(), [](descriptor const* each) {
+        return each && !each->incoming.empty();
+    });
 }
 
 // "LEVEL TEXT | EXTRA"
@@ -349,6 +372,18 @@ void run_for(double seconds) {
     run_until(now() + seconds);
 }
 
+void at(double moment, std::function<void()> const& action) {
+    events.emplace(case_start_ms + std::llround(moment * 1000), action);
+}
+
+std::string last_select() {
+    std::string text;
+    for (int const each : selected) {
+        text += (text.empty() ? "" : " ") + std::to_string(each);
+    }
+    return text;
+}
+
 lines take_journal() {
     return std::exchange(journal, {});
 }
@@ -380,9 +415,11 @@ void frame_arrives(std::string const& interface, int ether_type, bytes const& da
     }
 }
 
-void datagram_arrives(int port, bytes const& data, std::string const& from) {
+void datagram_arrives(int port, bytes const& data, std::string const& from,
+                      std::string const& device) {
     for (auto& [fd, each] : descriptors) {
-        if (each.domain != AF_PACKET && each.port == port) {
+        bool const elsewhere = !device.empty() && !each.device.empty() && each.device != device;
+        if (each.domain != 0 && each.domain != AF_PACKET && each.port == port && !elsewhere) {
             each.incoming.push_back({data, socket_address(from, port)});
         }
     }
@@ -391,6 +428,14 @@ void datagram_arrives(int port, bytes const& data, std::string const& from) {
 void datagram_arrives_at(int fd, bytes const& data, std::string const& from) {
     ASSERT_TRUE(find(fd)) << "not open";
     find(fd)->incoming.push_back({data, socket_address(from, 53)});
+}
+
+void answer_arrives(unsigned int socket, bytes const& data, std::string const& from) {
+    for (auto& [fd, each] : descriptors) {
+        if (each.number == socket) {
+            each.incoming.push_back({data, socket_address(from, 53)});
+        }
+    }
 }
 
 std::string describe(int fd) {
@@ -425,11 +470,13 @@ void repair() {
 
 void reset_world() {
     descriptors.clear();
+    by_number.clear();
     failures.clear();
     journal.clear();
     log_records.clear();
     configured.clear();
     sent.clear();
+    events.clear();
     interfaces = {{"eth1", 2}};
     files = {
         {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
@@ -486,36 +533,40 @@ unsigned int __wrap_sleep(unsigned int seconds) {
 }
 
 int __wrap_usleep(useconds_t microseconds) {
-    clock_ms += microseconds / 1000;
+    let_pass(clock_ms + microseconds / 1000, anything_to_read);
     return 0;
 }
 
 int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval* limit) {
     long const wait_ms = limit ? limit->tv_sec * 1000L + limit->tv_usec / 1000 : -1;
-    last_select = std::to_string(count) + " " + std::to_string(wait_ms);
+    selected = {count, int(wait_ms)};
     if (fails("select")) {
         return -1;
     }
-    int ready = 0;
+    std::vector<int> ready;
     for (int fd = 0; fd < count; ++fd) {
-        if (!FD_ISSET(fd, readable)) {
-            continue;
-        }
-        last_select += " " + std::to_string(fd);
-        if (!find(fd)) {
-            return refuse(EBADF);
-        }
-        if (find(fd)->incoming.empty()) {
-            FD_CLR(fd, readable);
-        } else {
-            ++ready;
+        if (FD_ISSET(fd, readable)) {
+            selected.push_back(fd);
         }
     }
-    EXPECT_TRUE(ready || !anything_to_read()) << "a socket with data is not watched";
-    if (ready == 0) {
-        clock_ms += limit ? wait_ms : 0;
+    auto const watch = [&] {
+        ready.clear();
+        std::copy_if(selected.begin() + 2, selected.end(), std::back_inserter(ready),
+                     [](int fd) { return find(fd) && !find(fd)->incoming.empty(); });
+        EXPECT_TRUE(!ready.empty() || !anything_to_read()) << "a socket with data is not watched";
+        return !ready.empty();
+    };
+    if (std::any_of(selected.begin() + 2, selected.end(), [](int fd) { return !find(fd); })) {
+        return refuse(EBADF);
     }
-    return ready || limit ? ready : refuse(EINTR);  // It would wait for ever.
+    if (!watch() && limit) {
+        let_pass(clock_ms + wait_ms, watch);
+    }
+    FD_ZERO(readable);
+    for (int const fd : ready) {
+        FD_SET(fd, readable);
+    }
+    return !ready.empty() || limit ? int(ready.size()) : refuse(EINTR);  // It would wait for ever.
 }
 
 int __wrap_open(char const* path, int flags, ...) {
@@ -551,7 +602,12 @@ int __wrap_close(int fd) {
         journal.push_back("close " + std::to_string(fd));
         return 0;
     }
-    return descriptors.erase(fd) ? 0 : __real_close(fd);
+    if (!find(fd)) {
+        return __real_close(fd);
+    }
+    by_number[size_t(fd)] = nullptr;
+    descriptors.erase(fd);
+    return 0;
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
@@ -725,13 +781,16 @@ ssize_t __wrap_send(int fd, void const* data, size_t size, int) {
 
 ssize_t __wrap_recvfrom(int fd, void* data, size_t size, int flags, struct sockaddr* from,
                         socklen_t* from_size) {
-    descriptor* const socket = usable(fd, "recvfrom");
+    descriptor* const socket = find(fd);
     if (!socket || socket->incoming.empty()) {
-        return socket ? refuse(EAGAIN) : -1;
+        return refuse(socket ? EAGAIN : EBADF);
     }
-    EXPECT_TRUE(flags & MSG_DONTWAIT);
     message const taken = socket->incoming.front();
     socket->incoming.pop_front();
+    if (fails("recvfrom")) {
+        return -1;
+    }
+    EXPECT_TRUE(flags & MSG_DONTWAIT);
     size_t const count = std::min(size, taken.data.size());
     memcpy(data, taken.data.data(), count);
     if (from) {

@@ -5,6 +5,7 @@
 
 #include "lib/str.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <ostream>
@@ -31,6 +32,8 @@ double now();
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
 void run_for(double seconds);
+// The outside acts at a moment, once the daemon waits.
+void at(double moment, std::function<void()> const& action);
 
 // --- Files under /nv, /proc and /dev, and those with relative paths ---
 struct file {
@@ -62,16 +65,20 @@ struct packet {
     std::string interface;
     std::string to;  // hardware address in hex, or "192.0.2.1:67"
     bytes data;
+    unsigned int socket;  // a number of its own, never used again
 };
 extern std::vector<packet> sent;
 std::vector<packet> take_sent();
-// To the packet sockets of that type on that interface, or the UDP sockets of that port.
+// To the packet sockets of that type on that interface, or the UDP sockets of that port, unless
+// they are bound to another device.
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data);
-void datagram_arrives(int port, bytes const& data, std::string const& from = "192.0.2.1");
+void datagram_arrives(int port, bytes const& data, std::string const& from = "192.0.2.1",
+                      std::string const& device = "");
 void datagram_arrives_at(int fd, bytes const& data, std::string const& from = "192.0.2.1");
+void answer_arrives(unsigned int socket, bytes const& data, std::string const& from);
 std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
 int open_descriptors();
-extern std::string last_select;  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
+std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
 
 // --- Failures, allocations, hostile input ---
 // Every call of that name fails, after so many good ones. ("write log": write() to a pipe)
@@ -112,6 +119,10 @@ void expect_allocates_nothing(function round) {
     EXPECT_EQ(str::allocated_size, allocated);
     EXPECT_EQ(allocations, 0);
 }
+
+// A fresh world; every global of the daemon as at its start.
+void reset_world();
+void reset_daemon();
 
 // Starts and ends in a fresh world, with every global of the daemon as at its start.
 class test : public testing::Test {
