@@ -41,10 +41,17 @@ public:
         timeval limit = {};
         limit.tv_sec = delay / 1000;
         limit.tv_usec = delay % 1000 * 1000;
-        return select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
+        int const ready = select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
+        // Linux leaves in `limit` what was not waited.
+        rtimestamp::waited(rtimestamp::ms2ticks(delay) - ticks_of(limit));
+        return ready;
     }
 
 private:
+    static long long ticks_of(timeval const& time) {
+        return rtimestamp::s2ticks(int(time.tv_sec)) + time.tv_usec * 1000LL;
+    }
+
     fd_set set;
     int largest = 0;
 };
@@ -173,5 +180,8 @@ void main_loop_pass() {
         timeout_queue::global_queue.next();
     } else if (ready > 0) {
         serve_all(descriptors);
+    }
+    if (ready <= 0 || delay < 0) {
+        rtimestamp::look_again();  // Only a burst of packets shares one look at the clock.
     }
 }

@@ -45,7 +45,7 @@ int timeout_queue::delay(bool) const {
     if (!earliest) {
         return -1;
     }
-    int const ms = rtimestamp::ticks2ms(earliest->key - rtimestamp::now());
+    int const ms = rtimestamp::ticks2ms(earliest->key - rtimestamp::recent());
     return ms < 0 ? 0 : ms;
 }
 

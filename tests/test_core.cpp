@@ -126,15 +126,48 @@ TEST_F(core_test, start_up_does_its_work_in_this_order) {
     files["/nv/rc.vorn"].content = "#!/bin/sh\n";
     files[link_file].content = "link";
     start_up();
-    EXPECT_EQ(take_journal(),
-              (lines{"close 0", "close 1", "close 2", "mkdir /proc/sys", "mkdir /proc/sys/net",
-                     "mkdir /proc/sys/net/ipv6", "write /proc/sys/net/ipv6/bindv6only",
-                     "ignore signal 13", "read /nv/mac.txt", "read /dev/urandom",
-                     "read settings.xml", "read /nv/rc.vorn", "write /nv/rc.vorn", "sleep 1",
-                     "umount /nv", "sleep 3", "reboot 01234567",
-                     "read /proc/avalanche/cpmac_link",  // for the first LLDP frame
-                     "read /proc/avalanche/cpmac_link"}));
+    EXPECT_EQ(take_journal(), (lines{"close 0",
+                                     "close 1",
+                                     "close 2",
+                                     "mkdir /proc/sys",
+                                     "mkdir /proc/sys/net",
+                                     "mkdir /proc/sys/net/ipv6",
+                                     "write /proc/sys/net/ipv6/bindv6only",
+                                     "ignore signal 13",
+                                     "read /nv/mac.txt",
+                                     "read /dev/urandom",
+                                     "read settings.xml",
+                                     "read /nv/rc.vorn",
+                                     "write /nv/rc.vorn",
+                                     "sync",
+                                     "sleep 1",
+                                     "umount /nv",
+                                     "sleep 3",
+                                     "reboot 01234567",
+                                     "read /proc/avalanche/cpmac_link",  // for the first LLDP frame
+                                     "read /proc/avalanche/cpmac_link"}));
     EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n./ata-app&\n");
+}
+
+TEST_F(core_test, a_start_script_that_finds_no_room_is_put_back) {
+    files["/nv/rc.vorn"].content = "#!/bin/sh\n";
+    fail("write", ENOSPC, 1, 1);  // the first one goes to /proc
+    start_up();
+    EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n");
+    EXPECT_EQ(count_logged("1 Could not write /nv/rc.vorn"), 1);
+}
+
+TEST_F(core_test, packets_do_not_hold_up_timers) {
+    lldp::clients.find_or_insert("eth1").start("eth1");
+    for (int i = 1; i < 200; ++i) {
+        at(0.01 * i, [] { frame_arrives("eth1", 0x88CC, hex("0180c200000e") + bytes(20, 'x')); });
+    }
+    timeout timer;
+    timer.callback(rtimestamp::ms2ticks(970), call("in the middle"));
+    while (take_calls().empty()) {
+        main_loop_pass();
+    }
+    EXPECT_EQ(now(), 0.97);
 }
 
 TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agents) {

@@ -139,6 +139,7 @@ TEST_F(tftp_test, a_write_is_stored_once_and_stays_to_acknowledge_copies) {
         upload("ata-x", bytes(size, 'x'));
         EXPECT_EQ(files.at("ata-x").content, bytes(size, 'x'));
         EXPECT_EQ(files.at("ata-x").mode, 0777U);
+        EXPECT_EQ(take_journal().back(), "fsync tmp.1") << "before it gets its name";
     }
     for (unsigned int const block : {1, 2, 3}) {
         receive(numbered(3, block, "again"));

@@ -90,7 +90,7 @@ void send_next_block(tftp_result& transfer) {
     transfer.final = data.length() < block_size;
     transfer.last_packet = numbered_packet(tftp_data, transfer.block) + data;
     transfer.sends = 0;
-    rtimestamp const now = rtimestamp::now();
+    rtimestamp const now = rtimestamp::recent();
     arm_idle_timer(transfer, now);
     transmit(transfer, now);
 }
@@ -242,6 +242,7 @@ void tftp_result::append_file(str& data, bool is_last) {
         return;
     }
     if (is_last) {
+        (void)fsync(temp_fd);  // The name must not outlive a power cut that the content does not.
         close(temp_fd);
         temp_fd = -1;
         if (str::rename_file(temp_name, file_name)) {

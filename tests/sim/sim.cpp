@@ -84,8 +84,13 @@ long long clock_ms = 0;  // never goes back: the daemon counts the wraps of time
 long long case_start_ms = 0;
 lines journal;
 std::map<int, descriptor> descriptors;
-std::vector<descriptor*> by_number;                                // the same, for speed
-std::map<std::string, std::pair<int, int>, std::less<>> failures;  // good calls left, error
+std::vector<descriptor*> by_number;  // the same, for speed
+struct failure {
+    int error;
+    int good_calls;  // left
+    int bad_calls;   // left
+};
+std::map<std::string, failure, std::less<>> failures;  // by call
 bool counting_allocations = false;
 std::multimap<long long, std::function<void()>> events;  // by ms
 std::vector<int> selected = {0, 0};                      // count, wait, descriptors
@@ -97,11 +102,12 @@ int refuse(int error) {
 
 bool fails(char const* call) {
     auto const found = failures.find(call);
-    if (found == failures.end() || found->second.first-- > 0) {
+    if (found == failures.end() || found->second.good_calls-- > 0 ||
+        found->second.bad_calls-- <= 0) {
         return false;
     }
-    found->second.first = 0;  // from now on
-    errno = found->second.second;
+    found->second.good_calls = 0;
+    errno = found->second.error;
     return true;
 }
 
@@ -293,9 +299,8 @@ void let_pass(long long end_ms, condition readable) {
 }
 
 bool anything_to_read() {
-    return std::any_of(by_number.begin(), by_number.end(), [](descriptor const* each) {
-        return each && !each->incoming.empty();
-    });
+    return std::any_of(by_number.begin(), by_number.end(),
+                       [](descriptor const* each) { return each && !each->incoming.empty(); });
 }
 
 // "LEVEL TEXT | EXTRA"
@@ -357,6 +362,7 @@ void run_until(double moment) {
         long long const left = (end_ms - clock_ms) * 1000000;
         if (!anything_to_read() && !(first && first->key - rtimestamp::now() <= left)) {
             clock_ms = std::max(clock_ms, end_ms);
+            rtimestamp::look_again();  // This was not waited by the daemon.
             return;
         }
         long long const before_ms = clock_ms;
@@ -460,8 +466,8 @@ int open_descriptors() {
     return int(descriptors.size());
 }
 
-void fail(std::string const& call, int error, int good_calls) {
-    failures[call] = {good_calls, error};
+void fail(std::string const& call, int error, int good_calls, int bad_calls) {
+    failures[call] = {error, good_calls, bad_calls};
 }
 
 void repair() {
@@ -560,7 +566,10 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
         return refuse(EBADF);
     }
     if (!watch() && limit) {
-        let_pass(clock_ms + wait_ms, watch);
+        long long const end_ms = clock_ms + wait_ms;
+        let_pass(end_ms, watch);
+        limit->tv_sec = time_t((end_ms - clock_ms) / 1000);
+        limit->tv_usec = suseconds_t((end_ms - clock_ms) % 1000 * 1000);
     }
     FD_ZERO(readable);
     for (int const fd : ready) {
@@ -688,6 +697,15 @@ int __wrap_rename(char const* from, char const* to) {
     files[to] = files[from];
     files.erase(from);
     return 0;
+}
+
+int __wrap_fsync(int fd) {
+    journal.push_back("fsync " + find(fd)->path);
+    return 0;
+}
+
+void __wrap_sync() {
+    journal.emplace_back("sync");
 }
 
 int __wrap_umount(char const* path) {

@@ -5,6 +5,7 @@
 
 #include "lib/str.h"
 
+#include <climits>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -81,8 +82,9 @@ int open_descriptors();
 std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
 
 // --- Failures, allocations, hostile input ---
-// Every call of that name fails, after so many good ones. ("write log": write() to a pipe)
-void fail(std::string const& call, int error, int good_calls = 0);
+// Every call of that name fails, after so many good ones; so many of them. ("write log": write() to
+// a pipe)
+void fail(std::string const& call, int error, int good_calls = 0, int bad_calls = INT_MAX);
 void repair();
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
 extern int descriptors_max;              // open at a time
