@@ -64,8 +64,10 @@ void check_start_script() {
         return;
     }
     if (!(script + "./ata-app&\n").write_file(path_start_script)) {
-        return;  // or the device would restart for ever
+        (void)script.write_file(path_start_script);  // The old one had room before.
+        return;                                      // or the device would restart for ever
     }
+    sync();  // Where the partition is in use it cannot be unmounted.
     sleep(1);
     umount(mount_point_nv);
     sleep(3);

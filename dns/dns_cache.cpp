@@ -10,6 +10,10 @@ namespace {
 constexpr int shortest_lifetime = 60;            // seconds
 constexpr int cache_size_max = 4 * 1024 * 1024;  // bytes: far above any honest need
 
+// What an entry takes beside its texts: its node, its timer's, and the headers of four blocks.
+constexpr int entry_size = int(sizeof(smap<str, dns_resolver::dns_cache_entry>::element) +
+                               sizeof(timeout_queue::element) + 4 * sizeof(str::reference));
+
 str const type_names[] = {"A", "SRV", "CNAME", "NAPTR", "AAAA"};
 str const key_prefixes[] = {"A ", "SRV ", "CNAME ", "NAPTR ", "AAAA "};
 constexpr int type_count = int(sizeof type_names / sizeof *type_names);
@@ -57,7 +61,8 @@ str dns_resolver::cache_key(dns_type type, str const& name) {
 void dns_resolver::add_cache(str const& name, str const& value, int ttl, dns_type type) {
     str const key = cache_key(type, name);
     dns_cache_entry* entry = cache.find(key);
-    int const growth = value.length() + (entry ? -entry->value.length() : key.length());
+    int const growth =
+        value.length() + (entry ? -entry->value.length() : key.length() + entry_size);
     if (growth > cache_size_max - cache_size) {
         return;
     }
@@ -72,7 +77,7 @@ void dns_resolver::add_cache(str const& name, str const& value, int ttl, dns_typ
 
 void dns_resolver::unregister_entry(str const& key) {
     if (dns_cache_entry const* const entry = dns_services.cache.find(key)) {
-        dns_services.cache_size -= key.length() + entry->value.length();
+        dns_services.cache_size -= key.length() + entry->value.length() + entry_size;
         dns_services.cache.erase_key(key);
     }
 }

@@ -92,7 +92,7 @@ private:
     bool process_record(str const& packet, name_reader& names, int& offset, bool usable,
                         str const& question, int question_type);
 
-    int cache_size = 0;  // bytes of all keys and values
+    int cache_size = 0;  // bytes of all entries
 };
 
 extern dns_resolver dns_services;
