@@ -251,6 +251,19 @@ TEST_F(tftp_test, without_access_all_uploads_together_take_some_mebibytes_at_mos
     EXPECT_TRUE(tftp_enabled);
 }
 
+TEST_F(tftp_test, all_reads_together_hold_some_mebibytes_at_most) {
+    files["f"].content = bytes(5 << 20, 'x');
+    files["large"].content = bytes(20 << 20, 'x');
+    for (char const* peer : {"192.0.2.1", "192.0.2.2", "192.0.2.3", "192.0.2.4"}) {
+        request(1, "f", peer);
+    }
+    EXPECT_EQ(tftp_ports.count, 3);
+    run_for(4);
+    request(1, "large");
+    request(1, "f", "192.0.2.2");
+    EXPECT_EQ(tftp_ports.count, 1) << "the others have ended; one alone may be large";
+}
+
 TEST_F(tftp_test, block_numbers_do_not_wrap) {
     files["f"].content = bytes(2000, 'x');
     request(1, "f");

@@ -24,6 +24,8 @@ constexpr int reserved_descriptors = 64;
 // Block numbers have 16 bits: nothing behind 65,536 blocks of 512 bytes can be sent.
 constexpr int file_size_max = 65536 * 512;
 
+constexpr int held_by_reads_max = 16 * 1024 * 1024;  // bytes; one read alone may hold more
+
 enum error_code { error_file_not_found = 1, error_access_violation = 2 };
 
 void send_error(int socket, ip_port const& to, error_code code, char const* message) {
@@ -62,6 +64,15 @@ bool is_crowded() {
     long const descriptors_max = sysconf(_SC_OPEN_MAX);
     long const usable = descriptors_max < FD_SETSIZE ? descriptors_max : FD_SETSIZE;
     return tftp_ports.count >= usable - reserved_descriptors;
+}
+
+// Whether a file of that size has room beside those that are being read.
+bool has_room_for(int size) {
+    long long held = 0;
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        held += each->value.file_size;
+    }
+    return held == 0 || held + size <= held_by_reads_max;
 }
 
 // nullptr when there is no socket for it.
@@ -106,6 +117,9 @@ void read_requested(int socket, str const& packet, ip_port const& from) {
         log_add_message(
             6, str::sprintf("TFTP: Request for %s from %s", name, utils::readable_ip(from)),
             str::null);
+    }
+    if (!has_room_for(content.length())) {
+        return;  // It asks again.
     }
     if (tftp_result* const transfer = new_transfer(from, name)) {
         start_read(*transfer, content);

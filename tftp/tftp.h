@@ -41,6 +41,7 @@ public:
     int temp_fd = -1;        // temporary file; -1 when closed
     str temp_name;
     str unwritten;            // of the temporary file, 8 KiB at most between two blocks
+    int file_size = 0;        // of a read: bytes held
     bool is_damaged = false;  // part of an upload was dropped: it never counts
 };
 

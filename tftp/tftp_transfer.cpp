@@ -254,6 +254,7 @@ void tftp_result::append_file(str& data, bool is_last) {
 
 void start_read(tftp_result& transfer, str const& content) {
     transfer.outgoing = content;
+    transfer.file_size = content.length();
     send_next_block(transfer);
 }
 

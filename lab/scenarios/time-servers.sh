@@ -1,5 +1,5 @@
 # Two time servers, both silent: one that the settings name is asked once, the one that DHCP gives as an
-# address every five seconds, until it answers and sets the device's clock. Then one at a port of its own.
+# address every five seconds, until it answers and sets the device's clock. Then one at a port of its own, beyond 2038.
 # shellcheck shell=sh
 
 guest() {
@@ -28,11 +28,13 @@ guest() {
     stop_server chrony
     clean_network
 
-    start_chrony "Jan 1, 2035 00:00:00" 1123
+    start_chrony "Jan 1, 2040 00:00:00" 1123
     settings dhcp=false ip_adr=10.1.0.9 netmask=255.255.255.0 "ntp_server=[2001:db8:1::123]:1123"
     start_daemon
     wait_log "NTP: Use server [2001:db8:1::123]:1123"
-    wait_until "the clock" clock_in 2035
+    wait_until "the clock" clock_in 2040
+    link_file DOWN
+    wait_log "Ethernet link went down on eth1" # The daemon's own time goes on.
 }
 
 host() {

@@ -60,7 +60,7 @@ private:
 };
 
 std::string one_life::settings_text() {
-    std::string text = "<settings><phone-settings>";
+    std::string text = "<?xml version=\"1.0\"?><settings><phone-settings>";
     auto const set = [&](char const* name, std::string const& value) {
         text += "<" + std::string(name) + ">" + value + "</" + name + ">";
     };
@@ -87,7 +87,8 @@ std::string one_life::settings_text() {
 
 void one_life::power_on() {
     reset_world();
-    first_descriptor = 16;  // above the real ones
+    expects_all_watched = false;  // The sockets of ended transfers stay open.
+    first_descriptor = 16;        // above the real ones
     files["/dev"] = {"", file::folder};
     files["/dev/urandom"].content = big_endian(unsigned(world.below(1 << 30)), 4);
     files["/nv/mac.txt"].content = "02:A0:B7:00:00:07\n";

@@ -46,6 +46,7 @@ std::vector<bytes> log_records;
 std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
 std::vector<packet> sent;
+bool expects_all_watched;
 int first_descriptor;
 int descriptors_max;
 bool nv_is_apart;
@@ -486,6 +487,7 @@ void reset_world() {
     interfaces = {{"eth1", 2}};
     files = {
         {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
+    expects_all_watched = true;
     first_descriptor = 300;
     descriptors_max = 1024;
     nv_is_apart = false;
@@ -559,7 +561,8 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
         ready.clear();
         std::copy_if(selected.begin() + 2, selected.end(), std::back_inserter(ready),
                      [](int fd) { return find(fd) && !find(fd)->incoming.empty(); });
-        EXPECT_TRUE(!ready.empty() || !anything_to_read()) << "a socket with data is not watched";
+        EXPECT_TRUE(!ready.empty() || !expects_all_watched || !anything_to_read())
+            << "a socket with data is not watched";
         return !ready.empty();
     };
     if (std::any_of(selected.begin() + 2, selected.end(), [](int fd) { return !find(fd); })) {

@@ -86,6 +86,7 @@ std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no li
 // a pipe)
 void fail(std::string const& call, int error, int good_calls = 0, int bad_calls = INT_MAX);
 void repair();
+extern bool expects_all_watched;         // no data in a socket that select() is not told of
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
 extern int descriptors_max;              // open at a time
 extern bool nv_is_apart;                 // /nv is a file system of its own
