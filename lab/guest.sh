@@ -69,14 +69,19 @@ make_network() {
     ip link set lo up
     ip netns add sw
     ip -n sw link set lo up
-    ip link add eth1 type veth peer name p1 netns sw
+    make_wire
     for each in default p1; do
         echo 0 | in_sw tee /proc/sys/net/ipv6/conf/$each/accept_dad >/dev/null
     done
-    ip link set eth1 address "$mac" up
     ip -n sw link set p1 up
     ip -n sw addr add 10.1.0.1/24 dev p1
     ip -n sw addr add 2001:db8:1::1/64 dev p1
+}
+
+# From the device's interface eth1 to the switch's port p1.
+make_wire() {
+    ip link add eth1 type veth peer name p1 netns sw
+    ip link set eth1 address "$mac" up
 }
 
 in_sw() {

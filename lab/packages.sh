@@ -58,6 +58,34 @@ need_chrony() {
     need_packages $chrony_libraries && need_unpacked chrony "$1" usr/sbin/chronyd
 }
 
+# need_foreign ARCHITECTURE FOLDER NAME...: the newest package of each NAME, a pattern, for another architecture
+# is unpacked in FOLDER/root. The machine's own lists of packages stay as they are: these come from the same
+# mirror into lists of their own.
+need_foreign() {
+    (
+        architecture=$1
+        mkdir -p "$2/lists/partial" "$2/root" && cd "$2" || exit
+        [ ! -e complete ] || exit 0
+        shift 2
+        # shellcheck disable=SC2016 # names of apt's
+        apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
+            "Created-By: Packages" "Origin: Debian" | sort -u >sources.list
+        printf '%s;\n' "APT::Architecture \"$architecture\"" "APT::Architectures {\"$architecture\"}" \
+            "Dir::Etc::SourceList \"$PWD/sources.list\"" 'Dir::Etc::SourceParts "-"' \
+            "Dir::State::Lists \"$PWD/lists\"" "Dir::Cache \"$PWD\"" 'Dir::State::Status "/dev/null"' \
+            'APT::Sandbox::User ""' >apt.conf
+        export APT_CONFIG=apt.conf
+        apt-get -qq update || echo "Some lists for $architecture could not be fetched." >&2
+        for name; do
+            package=$(apt-cache pkgnames | grep -xE "$name" | sort -V | tail -n 1)
+            apt-get -qq download "${package:-$name}" && dpkg -x "$package"_*.deb root || exit 1
+        done >fetch.log 2>&1
+        rm ./*.deb && touch complete
+    ) && return
+    echo "Packages for $1 could not be fetched; see $2/fetch.log. It may help to run apt-get update as root." >&2
+    return 1
+}
+
 # The servers serve inside the guest only: none of them may start on this machine, now or at its next boot.
 install_quietly() {
     policy=/usr/sbin/policy-rc.d

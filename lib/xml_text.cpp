@@ -4,8 +4,6 @@
 #include "lib/utils.h"
 #include "lib/xml_tree.h"
 
-#include <iterator>
-
 bool cdata_starts(str const& text, int i) {
     if (text[i] != '<' || text[i + 1] != '!') {
         return false;

@@ -262,7 +262,7 @@ void one_life::play(double days) {
         }
         storm();
         expect_health();
-        play_until(now() + world.one_of({hour, day, 10 * day, 60 * day}));
+        play_until(now() + world.one_of({hour, 10 * day, 30 * day, 60 * day}));
         expect_health();
     }
 }

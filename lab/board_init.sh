@@ -1,0 +1,54 @@
+#!/bin/busybox sh
+# First process of the emulated board, whose file system is in memory. It brings up what the device's own system
+# would, starts the daemon, and ends the board when the daemon has come onto the network and was provisioned.
+# shellcheck shell=dash disable=SC2154,SC1091
+/bin/busybox --install -s /bin
+export PATH=/bin
+mount -t devtmpfs dev /dev
+exec </dev/console >/dev/console 2>&1
+mount -t proc proc /proc
+mount -t sysfs sys /sys
+mkdir -p /run/out/nv/app /run/out/bin
+cp /basenetd /basenetlog /run/out/bin/
+for module in llc stp garp mrp 8021q mii pcnet32; do
+    insmod "/lib/modules/$module.ko"
+done
+cd /lab || exit
+. ./expect.sh
+. ./guest.sh
+. ./demo.sh
+trap 'cat "$out/failures" "$out/daemon.out" 2>/dev/null; reboot -f' EXIT
+
+# The device's tree has a shell for this alone.
+start_daemon() {
+    start_log
+    chroot "$device" /bin/sh -c "cd /nv/app && exec /app/basenetd" </dev/null >>"$out/daemon.out" 2>&1 &
+    daemon=$!
+}
+
+credentials_came_twice() {
+    [ "$(log_count "TFTP: Authentication succeeded")" = 2 ]
+}
+
+make_device
+mkdir "$device/bin"
+cp /bin/busybox "$device/bin/sh"
+ip link set eth0 name eth1
+ip link set eth1 up
+ip link set lo up
+device_settings
+start_daemon
+wait_log "DHCPv4 on eth1.100 goes to BOUND"
+wait_log "NTP: Use server"
+after=$(date "+%F %T")
+wait_until "the servers from DHCPv6" file_says "$out/records" "DHCPv6: Set NTP server to"
+wait_until "the new settings" credentials_came_twice
+sleep 2 # tail looks once a second
+end_process "$screen"
+check_daemon
+device_summary
+echo
+echo "$(grep -E 'system type|cpu model' /proc/cpuinfo | sed 's/.*: //' | tr '\n' ' ') Linux $(uname -r)"
+echo "The daemon's memory: $(memory_kb) kB resident"
+[ ! -e /job/run.sh ] || . /job/run.sh
+[ -s "$out/failures" ] || echo "The board is on the network."
