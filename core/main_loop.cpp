@@ -14,6 +14,10 @@
 
 namespace {
 
+// Linux leaves in the limit of select() what was not waited, but not every C library hands it on:
+// the first wait that nothing ends tells.
+constinit bool tells_what_is_left = false;
+
 // The descriptors to wait for; afterwards those that are readable.
 class descriptor_set {
 public:
@@ -42,16 +46,19 @@ public:
         limit.tv_sec = delay / 1000;
         limit.tv_usec = delay % 1000 * 1000;
         int const ready = select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
-        // Linux leaves in `limit` what was not waited.
-        rtimestamp::waited(rtimestamp::ms2ticks(delay) - ticks_of(limit));
+        long long const left = rtimestamp::s2ticks(int(limit.tv_sec)) + limit.tv_usec * 1000LL;
+        if (ready == 0) {
+            tells_what_is_left = left == 0;
+        }
+        if (ready > 0 && delay > 0 && tells_what_is_left) {
+            rtimestamp::waited(rtimestamp::ms2ticks(delay) - left);
+        } else {
+            rtimestamp::look_again();
+        }
         return ready;
     }
 
 private:
-    static long long ticks_of(timeval const& time) {
-        return rtimestamp::s2ticks(int(time.tv_sec)) + time.tv_usec * 1000LL;
-    }
-
     fd_set set;
     int largest = 0;
 };
@@ -181,7 +188,7 @@ void main_loop_pass() {
     } else if (ready > 0) {
         serve_all(descriptors);
     }
-    if (ready <= 0 || delay < 0) {
+    if (ready <= 0) {
         rtimestamp::look_again();  // Only a burst of packets shares one look at the clock.
     }
 }

@@ -46,6 +46,7 @@ std::vector<bytes> log_records;
 std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
 std::vector<packet> sent;
+bool select_tells_what_is_left;
 bool expects_all_watched;
 int first_descriptor;
 int descriptors_max;
@@ -487,6 +488,7 @@ void reset_world() {
     interfaces = {{"eth1", 2}};
     files = {
         {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
+    select_tells_what_is_left = true;
     expects_all_watched = true;
     first_descriptor = 300;
     descriptors_max = 1024;
@@ -571,8 +573,10 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
     if (!watch() && limit) {
         long long const end_ms = clock_ms + wait_ms;
         let_pass(end_ms, watch);
-        limit->tv_sec = time_t((end_ms - clock_ms) / 1000);
-        limit->tv_usec = suseconds_t((end_ms - clock_ms) % 1000 * 1000);
+        if (select_tells_what_is_left) {
+            limit->tv_sec = time_t((end_ms - clock_ms) / 1000);
+            limit->tv_usec = suseconds_t((end_ms - clock_ms) % 1000 * 1000);
+        }
     }
     FD_ZERO(readable);
     for (int const fd : ready) {

@@ -79,6 +79,7 @@ void datagram_arrives_at(int fd, bytes const& data, std::string const& from = "1
 void answer_arrives(unsigned int socket, bytes const& data, std::string const& from);
 std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
 int open_descriptors();
+extern bool select_tells_what_is_left;
 std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
 
 // --- Failures, allocations, hostile input ---
