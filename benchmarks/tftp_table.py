@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Prints two lines a row, speed and processor time of each server, with the ratio to the best of the others.
+"""Prints two lines a row, speed and processor time of each server, with the ratios of ours (at both log levels) to the
+best of the others.
 
 The speed's ratio is better above 1, that of the processor time below 1.
 """
@@ -8,8 +9,8 @@ import os
 import statistics
 import sys
 
-OURS = "basenetd-0"
-SERVERS = (OURS, "basenetd-9", "tftpd-hpa", "atftpd", "dnsmasq")
+OURS = ("basenetd-0", "basenetd-9")
+SERVERS = (*OURS, "tftpd-hpa", "atftpd", "dnsmasq")
 
 
 def lines(path):
@@ -38,7 +39,8 @@ def print_line(row, unit, values, better):
     others = [server for server in values if not server.startswith("basenetd")]
     best = better(others, key=values.get)
     cells = "".join(f"{values[s]:11.3f}" if s in values else f"{'-':>11}" for s in SERVERS)
-    print(f"{row:12} {unit:>15}{cells}  {best:10} {values[OURS] / values[best]:6.2f}")
+    ratios = "".join(f"{values[ours] / values[best]:6.2f}" for ours in OURS)
+    print(f"{row:12} {unit:>15}{cells}  {best:10}{ratios}")
 
 
 def print_calls(folder, blocks):
@@ -55,7 +57,7 @@ def main():
     folder = sys.argv[1]
     sizes = {row: int(size) for row, size, *_ in lines(f"{folder}/plan")}
     results = medians(folder)
-    print(f"{'transfers':12} {'':>15}" + "".join(f"{s:>11}" for s in SERVERS) + f"  {'best other':10} {'ratio':>6}")
+    print(f"{'transfers':12} {'':>15}" + "".join(f"{s:>11}" for s in SERVERS) + f"  {'best other':10}{'ratios':>8}")
     for row, servers in results.items():
         # Small files are told by the transfer, others by the megabyte.
         scale, unit = (1, "transfer") if sizes[row] <= 512 else (sizes[row] / 1e6, "MB")
