@@ -15,7 +15,7 @@ guest() {
     slow_link
     in_sw curl -s -T /run/tftp/big tftp://10.1.0.77/interrupted >>"$out/tftp.log" 2>&1 &
     client=$!
-    wait_until "a temporary file" test -s "$app/tmp.1"
+    wait_until "a temporary file" test -e "$app/tmp.1"
     kill -9 $(pgrep -P $client) $client 2>>"$out/tftp.log"
 
     # Small: a client repeats a lost block after five seconds, and a write has a minute.
