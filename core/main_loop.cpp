@@ -14,10 +14,6 @@
 
 namespace {
 
-// Linux leaves in the limit of select() what was not waited, but not every C library hands it on:
-// the first wait that nothing ends tells.
-constinit bool tells_what_is_left = false;
-
 // The descriptors to wait for; afterwards those that are readable.
 class descriptor_set {
 public:
@@ -46,12 +42,11 @@ public:
         limit.tv_sec = delay / 1000;
         limit.tv_usec = delay % 1000 * 1000;
         int const ready = select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
-        long long const left = rtimestamp::s2ticks(int(limit.tv_sec)) + limit.tv_usec * 1000LL;
-        if (ready == 0) {
-            tells_what_is_left = left == 0;
-        }
-        if (ready > 0 && delay > 0 && tells_what_is_left) {
-            rtimestamp::waited(rtimestamp::ms2ticks(delay) - left);
+        // Linux leaves in the limit what was not waited, but not every C library hands it on.
+        long long const waited = rtimestamp::ms2ticks(delay) -
+                                 rtimestamp::s2ticks(int(limit.tv_sec)) - limit.tv_usec * 1000LL;
+        if (ready > 0 && delay > 0 && waited > 0) {
+            rtimestamp::waited(waited);
         } else {
             rtimestamp::look_again();
         }
@@ -130,11 +125,11 @@ void serve_ntp(descriptor_set const& readable, ntp_client& client) {
 // There may be a thousand: only those that are readable are looked up.
 void serve_transfers(descriptor_set const& readable) {
     for (int fd = 0; fd <= readable.last(); ++fd) {
-        tftp_result* const transfer = readable.contains(fd) ? tftp_ports.find(fd) : nullptr;
-        if (transfer) {
-            serve_udp(
-                readable, fd, transfer->peer.is_ipv6(),
-                [&](str const& packet, ip_port const&) { on_tftp_packet(*transfer, packet); });
+        if (tftp_result* const transfer = readable.contains(fd) ? tftp_ports.find(fd) : nullptr) {
+            str const packet = utils::recv_raw_packet(fd);
+            if (!packet.empty()) {
+                on_tftp_packet(*transfer, packet);
+            }
         }
     }
 }

@@ -22,7 +22,7 @@ public:
     bool operator<(rtimestamp const& other) const { return ticks < other.ticks; }
     long long operator-(rtimestamp const& other) const { return ticks - other.ticks; }
 
-    static constexpr int looks_shared = 16;
+    static constexpr int looks_shared = 32;
     static long long ticks10;  // ticks of one clock tick
 
     long long ticks = 0;

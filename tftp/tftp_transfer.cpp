@@ -20,7 +20,7 @@ constexpr int message_max = 512;    // bytes of a foreign text in the log
 constexpr int idle_limit = 60;      // seconds
 constexpr int resend_interval = 1;  // seconds
 constexpr int sends_max = 4;
-constexpr int write_size = 8192;  // bytes that are worth a system call
+constexpr int write_size = 32 * 1024;  // bytes that are worth a system call
 // Bytes of an upload that are kept without access. Once all uploads together hold more than they
 // may, only what credentials need is kept of each.
 constexpr int kept_of_one = 1048576;
