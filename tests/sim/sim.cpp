@@ -17,6 +17,7 @@
 #include <linux/if_vlan.h>
 #include <linux/sockios.h>
 #include <list>
+#include <memory>
 #include <net/if.h>
 #include <net/route.h>
 #include <sys/ioctl.h>
@@ -85,8 +86,8 @@ constexpr long long epoch_ms = 1700000000000;  // of the wall clock, when the pr
 long long clock_ms = 0;  // never goes back: the daemon counts the wraps of times()
 long long case_start_ms = 0;
 lines journal;
-std::map<int, descriptor> descriptors;
-std::vector<descriptor*> by_number;  // the same, for speed
+std::vector<std::unique_ptr<descriptor>> descriptors;  // by number; nullptr when closed
+int descriptors_open = 0;
 struct failure {
     int error;
     int good_calls;  // left
@@ -114,7 +115,7 @@ bool fails(char const* call) {
 }
 
 descriptor* find(int fd) {
-    return fd >= 0 && size_t(fd) < by_number.size() ? by_number[size_t(fd)] : nullptr;
+    return fd >= 0 && size_t(fd) < descriptors.size() ? descriptors[size_t(fd)].get() : nullptr;
 }
 
 // nullptr, with errno, when it is not open or the call is to fail.
@@ -135,10 +136,10 @@ int add(descriptor const& fresh) {
         ++fd;
     }
     static unsigned int opened = 0;
-    descriptors[fd] = fresh;
-    descriptors[fd].number = ++opened;
-    by_number.resize(std::max(by_number.size(), size_t(fd) + 1));
-    by_number[size_t(fd)] = &descriptors[fd];
+    descriptors.resize(std::max(descriptors.size(), size_t(fd) + 1));
+    descriptors[size_t(fd)] = std::make_unique<descriptor>(fresh);
+    descriptors[size_t(fd)]->number = ++opened;
+    ++descriptors_open;
     return fd;
 }
 
@@ -301,8 +302,8 @@ void let_pass(long long end_ms, condition readable) {
 }
 
 bool anything_to_read() {
-    return std::any_of(by_number.begin(), by_number.end(),
-                       [](descriptor const* each) { return each && !each->incoming.empty(); });
+    return std::any_of(descriptors.begin(), descriptors.end(),
+                       [](auto const& each) { return each && !each->incoming.empty(); });
 }
 
 // "LEVEL TEXT | EXTRA"
@@ -413,22 +414,25 @@ int count_logged(std::string const& line) {
 }
 
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data) {
-    for (auto& [fd, each] : descriptors) {
-        bool const matches = each.domain == AF_PACKET && each.port == ether_type &&
-                             each.interface_index == interfaces[interface];
-        bool const to_group = each.type == SOCK_RAW && (data[0] & 1);
-        if (matches && (!to_group || each.has(to_hex(data.substr(0, 6))))) {
-            each.incoming.push_back({data, ""});
+    for (auto const& each : descriptors) {
+        if (!each || each->domain != AF_PACKET || each->port != ether_type ||
+            each->interface_index != interfaces[interface]) {
+            continue;
+        }
+        bool const to_group = each->type == SOCK_RAW && (data[0] & 1);
+        if (!to_group || each->has(to_hex(data.substr(0, 6)))) {
+            each->incoming.push_back({data, ""});
         }
     }
 }
 
 void datagram_arrives(int port, bytes const& data, std::string const& from,
                       std::string const& device) {
-    for (auto& [fd, each] : descriptors) {
-        bool const elsewhere = !device.empty() && !each.device.empty() && each.device != device;
-        if (each.domain != 0 && each.domain != AF_PACKET && each.port == port && !elsewhere) {
-            each.incoming.push_back({data, socket_address(from, port)});
+    for (auto const& each : descriptors) {
+        bool const matches =
+            each && each->domain != 0 && each->domain != AF_PACKET && each->port == port;
+        if (matches && (device.empty() || each->device.empty() || each->device == device)) {
+            each->incoming.push_back({data, socket_address(from, port)});
         }
     }
 }
@@ -439,9 +443,9 @@ void datagram_arrives_at(int fd, bytes const& data, std::string const& from) {
 }
 
 void answer_arrives(unsigned int socket, bytes const& data, std::string const& from) {
-    for (auto& [fd, each] : descriptors) {
-        if (each.number == socket) {
-            each.incoming.push_back({data, socket_address(from, 53)});
+    for (auto const& each : descriptors) {
+        if (each && each->number == socket) {
+            each->incoming.push_back({data, socket_address(from, 53)});
         }
     }
 }
@@ -465,7 +469,7 @@ std::string describe(int fd) {
 }
 
 int open_descriptors() {
-    return int(descriptors.size());
+    return descriptors_open;
 }
 
 void fail(std::string const& call, int error, int good_calls, int bad_calls) {
@@ -478,7 +482,7 @@ void repair() {
 
 void reset_world() {
     descriptors.clear();
-    by_number.clear();
+    descriptors_open = 0;
     failures.clear();
     journal.clear();
     log_records.clear();
@@ -595,7 +599,10 @@ int __wrap_open(char const* path, int flags, ...) {
     if (!files.count(path) && !((flags & O_CREAT) && folder_exists(path))) {
         return refuse(ENOENT);
     }
-    if (open_descriptors() < descriptors_max && (flags & O_TRUNC)) {
+    if (open_descriptors() >= descriptors_max) {
+        return refuse(EMFILE);
+    }
+    if (flags & O_TRUNC) {
         va_list arguments;
         va_start(arguments, flags);
         files[path].content.clear();
@@ -621,8 +628,8 @@ int __wrap_close(int fd) {
     if (!find(fd)) {
         return __real_close(fd);
     }
-    by_number[size_t(fd)] = nullptr;
-    descriptors.erase(fd);
+    descriptors[size_t(fd)] = nullptr;
+    --descriptors_open;
     return 0;
 }
 

@@ -12,6 +12,7 @@
 #include "core/start_up.h"
 #include "ntp/ntp_client.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -30,11 +31,13 @@ namespace {
 constexpr double minute = 60;
 constexpr double hour = 3600;
 constexpr double day = 86400;
+constexpr int flaps_before_unplugging = 6;
 constexpr unsigned int limit_of_a_life = 900;  // seconds of real time; more is a hang
 
 class one_life {
 public:
-    explicit one_life(unsigned int seed) : world(seed), checks(world) {}
+    explicit one_life(unsigned int seed)
+        : world(seed), checks(world), has_failing_calls(world.chance(0.5)) {}
 
     void play(double days);
     void report(std::ostream& out);
@@ -50,12 +53,16 @@ private:
     void worsen();
     void break_calls();
     void repair_calls();
+    void use_up_descriptors();
     void heal();
     void expect_health();
+    void calm(double length);
     void flap_link();
     void note_end(std::string const& end);
 
+    bool const has_failing_calls;
     double storm_end = 0;
+    int in_vain = 0;  // link flaps in a row
     bool interrupt_select = false;
 };
 
@@ -129,6 +136,13 @@ void one_life::break_calls() {
     at(now() + world.below(60), [this] { repair_calls(); });
 }
 
+void one_life::use_up_descriptors() {
+    descriptors_max = open_descriptors() + world.below(3);
+    at(now() + world.below(30), [] { descriptors_max = usual_descriptors; });
+    ++world.call_failures;
+    ++world.counts["times without descriptors"];
+}
+
 void one_life::repair_calls() {
     repair();
     checks.forget_log();
@@ -179,13 +193,14 @@ void one_life::worsen() {
         break;
     case 10:
     case 11:
-        break_calls();
+        if (has_failing_calls) {
+            break_calls();
+        }
         break;
     case 12:
-        descriptors_max = open_descriptors() + world.below(3);
-        at(now() + world.below(30), [] { descriptors_max = 1024; });
-        ++world.call_failures;
-        ++world.counts["times without descriptors"];
+        if (has_failing_calls) {
+            use_up_descriptors();
+        }
         break;
     case 13:
         world.scan_transfers(world.below(100));
@@ -217,8 +232,17 @@ void one_life::heal() {
     world.now = conditions();
     world.dhcp_gives_ntp = true;
     repair_calls();
-    descriptors_max = 1024;
+    descriptors_max = usual_descriptors;
     world.set_link(true);
+}
+
+// Ends early once a lease is lost that does not come back by itself, or was renewed often.
+void one_life::calm(double length) {
+    double const often = world.lease_seconds ? 20000.0 * world.lease_seconds : length;
+    double const end = now() + std::min(length, often);
+    while (now() < end && checks.why_no_lease().empty()) {
+        play_until(std::min(now() + day, end));
+    }
 }
 
 void one_life::flap_link() {
@@ -242,6 +266,7 @@ void one_life::expect_health() {
     note_end(clock);
     if (lease.empty() && clock.empty()) {
         ++world.counts["healthy"];
+        in_vain = 0;
         return;
     }
     flap_link();
@@ -252,17 +277,19 @@ void one_life::expect_health() {
         EXPECT_TRUE(checker::outlives_flap(checks.why_no_clock())) << checks.why_no_clock();
     }
     ++world.counts[later.empty() ? "cleared by a link flap" : "left by a link flap"];
+    in_vain = later.empty() ? 0 : in_vain + 1;
 }
 
+// Someone pulls the plug when a few flaps in a row were in vain: the seed's life ends early.
 void one_life::play(double days) {
     power_on();
-    while (now() < days * day) {
+    while (now() < days * day && in_vain < flaps_before_unplugging) {
         if (world.chance(0.3)) {
             world.renumber();
         }
         storm();
         expect_health();
-        play_until(now() + world.one_of({hour, 10 * day, 30 * day, 60 * day}));
+        calm(world.one_of({hour, 10 * day, 30 * day, 60 * day}));
         expect_health();
     }
 }

@@ -17,6 +17,8 @@ namespace life {
 using sim::bytes;
 using sim::packet;
 
+constexpr int usual_descriptors = 1024;  // `descriptors_max` in good times
+
 enum mood { serving, silent, strange };  // strange: allowed, but of no help
 
 // How things are. As it stands: in order.
@@ -77,7 +79,7 @@ private:
         bool is_write = false;
         unsigned int block = 0;
         unsigned int socket = 0;
-        int failures = 0;  // `call_failures` at its start
+        int failures = 0;  // `call_failures` at its start, -1 when calls failed already
     };
 
     void send(bytes const& data, std::function<void(bytes const&)> const& arrive,
