@@ -238,6 +238,7 @@ public:
         str* anchor;           // a member of the ring
 #endif
         int capacity;  // bytes of data behind this header
+        // Of a free block: how many follow it in memory and so on the list, never used so far.
         unsigned int flags;
 
         unsigned char* data() {

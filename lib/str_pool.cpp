@@ -22,10 +22,7 @@ void* system_memory(size_t size) {
     return memory;
 }
 
-int capacity_for(int size, int bin) {
-    if (bin < str::block_class_count) {
-        return str::get_bin_size(bin);
-    }
+int rounded_up(int size) {
     if (size > INT_MAX - large_unit) {
         abort();
     }
@@ -41,6 +38,56 @@ constinit str::block_class str::block_size[block_class_count] = {
 constinit unsigned int str::allocated_size = 0;
 constinit int str::large_blocks = 0;
 
+namespace {
+
+// Puts a header where none was: memory that no block has needed so far is not touched.
+void put_fresh(str::reference* block, int capacity, int followers) {
+    unpoison(block, header_size);
+    block->capacity = capacity;
+    block->flags = unsigned(followers);
+    block->next_free = nullptr;
+}
+
+// The list of a class is empty. The blocks of the new chunk follow one another on it.
+void carve_chunk(str::block_class& empty) {
+    int const capacity = empty.size;
+    int const in_chunk = chunk_size / (capacity + header_size);
+    int const count = in_chunk > 1 ? in_chunk : 1;
+    str::allocated_size += unsigned(capacity);
+    empty.carved += count;
+    size_t const size = size_t(count) * (size_t(capacity) + header_size);
+    empty.free_list = static_cast<str::reference*>(system_memory(size));
+    poison(empty.free_list, int(size));
+    put_fresh(empty.free_list, capacity, count - 1);
+}
+
+str::reference* take_block(str::block_class& from) {
+    if (!from.free_list) {
+        carve_chunk(from);
+    }
+    str::reference* const block = from.free_list;
+    int const followers = int(block->flags);
+    if (followers == 0) {
+        from.free_list = block->next_free;
+    } else {
+        from.free_list = reinterpret_cast<str::reference*>(block->data() + block->capacity);
+        put_fresh(from.free_list, block->capacity, followers - 1);
+    }
+    return block;
+}
+
+str::reference* take_large_block(int size) {
+    int const capacity = rounded_up(size);
+    str::reference* const block =
+        static_cast<str::reference*>(system_memory(size_t(capacity) + header_size));
+    block->capacity = capacity;
+    str::allocated_size += unsigned(capacity);
+    ++str::large_blocks;
+    return block;
+}
+
+}  // namespace
+
 int str::find_bin(int size) {
     if (size > largest_class_size) {
         return block_class_count;
@@ -51,26 +98,8 @@ int str::find_bin(int size) {
 
 str::reference* str::get_cstring_static(int size, str* owner) {
     int const bin = find_bin(size);
-    reference* block = nullptr;
-    if (bin < block_class_count && block_size[bin].free_list) {
-        block = block_size[bin].free_list;
-        block_size[bin].free_list = block->next_free;
-    } else {
-        int const capacity = capacity_for(size, bin);
-        allocated_size += unsigned(capacity);
-        int const in_chunk = chunk_size / (capacity + header_size);
-        int const count = in_chunk > 1 ? in_chunk : 1;
-        (bin < block_class_count ? block_size[bin].carved : large_blocks) += count;
-        size_t const stride = size_t(capacity) + header_size;
-        char* const chunk = static_cast<char*>(system_memory(size_t(count) * stride));
-        block = reinterpret_cast<reference*>(chunk);
-        for (int i = count - 1; i > 0; --i) {
-            reference* const spare = reinterpret_cast<reference*>(chunk + size_t(i) * stride);
-            spare->capacity = capacity;
-            release_cstring(spare);
-        }
-        block->capacity = capacity;
-    }
+    reference* const block =
+        bin < block_class_count ? take_block(block_size[bin]) : take_large_block(size);
     block->flags = 0;
     block->anchor = owner;
     poison(block->data(), block->capacity);
@@ -87,6 +116,7 @@ void str::release_cstring(reference* block) {
     }
     poison(block->data(), block->capacity);
     block->anchor = nullptr;
+    block->flags = 0;
     block->next_free = block_size[bin].free_list;
     block_size[bin].free_list = block;
 }
