@@ -26,6 +26,7 @@ namespace {
 constexpr unsigned int memory_limit = 24U << 20;  // bytes; two limits of 4 MiB each, and copies
 constexpr int packets_a_minute = 3000;
 constexpr int passes_at_once = 20000;
+constexpr double a_while = 60;  // seconds: every packet has arrived
 
 constexpr char bound_without_address[] = "bound without an address after rebinding";
 constexpr char bound_by_damaged_answer[] = "bound by a damaged answer";
@@ -184,6 +185,10 @@ void checker::check_journal() {
 }
 
 void checker::count_everything() {
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        EXPECT_TRUE(each->value.idle_timer.active) << "a transfer without an end";
+    }
+    EXPECT_LE(dns_services.requests.count, dns_services.pending.count) << "answered, but kept";
     int entries = 0;
     smultimap<rtimestamp, timeout*> const& queue = timeout_queue::global_queue;
     for (auto* each = queue.first(); each; each = queue.next(each)) {
@@ -220,8 +225,12 @@ std::string checker::why_no_lease() {
         if (!is_applied) {
             return bound_without_address;
         }
-        if (of(client->own_address) != world.granted[of(client->interface)]) {
+        grant const& known = world.granted[of(client->interface)];
+        if (of(client->own_address) != known.address) {
             return bound_by_damaged_answer;
+        }
+        if (known.moment > world.disturbed_at + a_while) {
+            EXPECT_EQ(client->t1_timer.active, known.seconds > 0) << "the lease's timer";
         }
         return configured_address(*client) == of(utils::readable_ip(client->own_address, false))
                    ? ""

@@ -75,6 +75,7 @@ void network::send(bytes const& data, std::function<void(bytes const&)> const& a
         std::minstd_rand random(dice());
         carried = damaged(data, random);
         ++counts["packets damaged"];
+        disturbed_at = sim::now();
     }
     int const copies = chance(now.duplication) ? 2 : 1;
     counts["packets doubled"] += copies - 1;
@@ -161,7 +162,7 @@ void network::answer_dhcp(packet const& question, bytes const& message) {
         kind = dhcp_packet::type_nak;
     }
     if (kind == dhcp_packet::type_ack) {
-        granted[question.interface] = address(host);
+        granted[question.interface] = {address(host), lease_seconds, sim::now()};
     }
     bytes const answer = dhcp_answer(asked, kind);
     std::string const from = host_of("10." + std::to_string(subnet) + ".0.1:67");
@@ -315,6 +316,7 @@ void network::overhear(int kind, bytes const& packet) {
 
 void network::attack() {
     ++counts["hostile packets"];
+    disturbed_at = sim::now();
     std::minstd_rand random(dice());
     int kind = one_of({type_ip, type_arp, type_lldp, type_eapol, 68, 69, 546, 53});
     bytes data(size_t(1 + below(600)), '\0');

@@ -35,6 +35,13 @@ struct conditions {
     bool neighbour_has_our_address = false;
 };
 
+// What a server acknowledged last on an interface.
+struct grant {
+    bytes address;
+    int seconds = 0;  // 0: for ever
+    double moment = 0;
+};
+
 class network {
 public:
     explicit network(unsigned int seed) : dice(seed) {}
@@ -67,7 +74,8 @@ public:
     bool router_alive = false;  // gives IPv6 addresses by itself
     bool dhcp_gives_ntp = true;
     int lease_seconds = 3600;              // 0: for ever
-    std::map<std::string, bytes> granted;  // the last address acknowledged, by interface
+    double disturbed_at = -1;              // when bytes were last not as their sender meant them
+    std::map<std::string, grant> granted;  // by interface
     std::map<std::string, long> counts;    // of faults, and of transfers, by name
 
 private:
