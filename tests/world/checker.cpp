@@ -188,6 +188,12 @@ void checker::count_everything() {
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
         EXPECT_TRUE(each->value.idle_timer.active) << "a transfer without an end";
     }
+    for (auto* each = dns_services.cache.first(); each; each = dns_services.cache.next(each)) {
+        EXPECT_TRUE(each->value.timer.active) << "a cache entry without an end";
+    }
+    for (auto* each = dhcp6::clients.first(); each; each = dhcp6::clients.next(each)) {
+        EXPECT_TRUE(each->value.state != dhcp6::state_bound || each->value.renew_timer.active);
+    }
     EXPECT_LE(dns_services.requests.count, dns_services.pending.count) << "answered, but kept";
     int entries = 0;
     smultimap<rtimestamp, timeout*> const& queue = timeout_queue::global_queue;
