@@ -23,7 +23,7 @@ using namespace sim;
 
 namespace {
 
-constexpr unsigned int memory_limit = 24U << 20;  // bytes; two limits of 4 MiB each, and copies
+constexpr int memory_limit = 24 << 20;  // bytes; two limits of 4 MiB each, and copies
 constexpr int packets_a_minute = 3000;
 constexpr int passes_at_once = 20000;
 constexpr double a_while = 60;  // seconds: every packet has arrived
@@ -50,6 +50,28 @@ client* client_in_use(smap<str, client>& clients) {
 std::string configured_address(dhcp const& client) {
     auto const found = configured.find("SIOCSIFADDR " + of(client.interface));
     return found == configured.end() ? "" : found->second;
+}
+
+// Bytes of all blocks of the pool's classes.
+int pool_size() {
+    int bytes = 0;
+    for (str::block_class const& each : str::block_size) {
+        bytes += each.carved * each.size;
+    }
+    return bytes;
+}
+
+// Bytes of those that are handed out.
+int memory_in_use() {
+    int bytes = 0;
+    for (str::block_class const& each : str::block_size) {
+        int blocks = each.carved;
+        for (str::reference* block = each.free_list; block; block = block->next_free) {
+            blocks -= 1 + int(block->flags);  // and those behind it that were never needed
+        }
+        bytes += blocks * each.size;
+    }
+    return bytes;
 }
 
 // The armed timers, found by their owners.
@@ -203,9 +225,18 @@ void checker::count_everything() {
     }
     EXPECT_EQ(entries, count_timers());
     EXPECT_EQ(open_descriptors(), count_descriptors()) << "of the world; by owners";
-    EXPECT_LT(str::allocated_size, memory_limit);
-    memory_max = std::max(memory_max, str::allocated_size);
+    int const memory = pool_size();
+    EXPECT_LT(memory, memory_limit);
+    EXPECT_LT(str::allocated_size, unsigned(memory_limit)) << "large blocks";
+    memory_max = std::max(memory_max, memory);
     descriptors_max = std::max(descriptors_max, open_descriptors());
+}
+
+void checker::expect_memory_given_back() {
+    healthy_last = memory_in_use();
+    healthy_first = healthy_first ? healthy_first : healthy_last;
+    EXPECT_LT(healthy_last, 20000 + 5500 * dhcp::clients.count + 64 * descriptors::abandoned.count +
+                                600 * dns_services.cache.count);
 }
 
 std::string checker::why_no_lease() {

@@ -27,11 +27,15 @@ public:
     // Whether a link flap leaves this end as it is, by the rules.
     static bool outlives_flap(std::string const& end);
 
+    // In health: what the storm needed must have been given back.
+    void expect_memory_given_back();
     std::string story() const;  // the last log lines
 
     bool prints_log = false;
     double clock_set_at = -1;
-    unsigned int memory_max = 0;
+    int memory_max = 0;
+    int healthy_first = 0;  // bytes in use the first time that all was healthy
+    int healthy_last = 0;
     int descriptors_max = 0;
     long passes = 0;
 

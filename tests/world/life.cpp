@@ -266,6 +266,7 @@ void one_life::expect_health() {
     note_end(clock);
     if (lease.empty() && clock.empty()) {
         ++world.counts["healthy"];
+        checks.expect_memory_given_back();
         in_vain = 0;
         return;
     }
@@ -297,6 +298,8 @@ void one_life::play(double days) {
 void one_life::report(std::ostream& out) {
     out << now() / day / 365.25 << " years\n" << checks.passes << " main loop passes\n";
     out << checks.memory_max << " most bytes of memory\n";
+    out << checks.healthy_first << " most bytes in use, first healthy\n";
+    out << checks.healthy_last << " most bytes in use, last healthy\n";
     out << checks.descriptors_max << " most descriptors open\n";
     for (auto const& [name, count] : world.counts) {
         out << count << " " << name << "\n";
