@@ -120,7 +120,7 @@ egress_map() {
 
 # capture NAME: every frame of the wire from now on goes to NAME.pcap
 capture() {
-    tcpdump -Z root -U --immediate-mode -i eth1 -w - >"$out/$1.pcap" 2>"$out/$1.tcpdump" &
+    tcpdump -Z root -U --immediate-mode -B 16384 -i eth1 -w - >"$out/$1.pcap" 2>"$out/$1.tcpdump" &
     eval "capture_$1=$!"
     wait_until "the capture" file_says "$out/$1.tcpdump" "listening on"
 }
