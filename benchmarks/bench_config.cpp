@@ -1,6 +1,7 @@
 #include "benchmarks/measure.h"
 #include "config/config_file.h"
 #include "config/setting_container.h"
+#include "lib/str_format.h"
 
 namespace {
 

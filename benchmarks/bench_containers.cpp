@@ -1,5 +1,6 @@
 #include "benchmarks/measure.h"
 #include "lib/smap.h"
+#include "lib/str_format.h"
 
 #include <algorithm>
 #include <map>

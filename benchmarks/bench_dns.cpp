@@ -1,5 +1,6 @@
 #include "benchmarks/measure.h"
 #include "dns/dns_resolver.h"
+#include "lib/str_format.h"
 #include "lib/utils.h"
 
 #include <ares.h>

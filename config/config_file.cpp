@@ -40,13 +40,11 @@ void process_phone_settings(xml_tree const& section) {
 
 void process_config_file(str const& content) {
     if (!(content.leftstr(5) == "<?xml")) {
-        if (log_level >= 3) {
-            log_add_message(3, "Could not process configuration file", str::null);
-        }
+        log_text(3, "Could not process configuration file");
         return;
     }
     xml_tree const root(content, true);
-    if (!(root.name == "settings")) {
+    if (root.name != "settings") {
         return;
     }
     str rest = root.get_body();

@@ -38,20 +38,14 @@ void for_each_agent(function act) {
 
 void link_went_up() {
     for_each_agent([](str const& name, lldp& agent) {
-        if (log_level >= 2) {
-            log_add_message(
-                2, str::sprintf("Ethernet link went up again, restarting network on %s", name),
-                str::null);
-        }
+        log_text(2, "Ethernet link went up again, restarting network on %s", name);
         agent.start(name);
     });
 }
 
 void link_went_down() {
     for_each_agent([](str const& name, lldp& agent) {
-        if (log_level >= 2) {
-            log_add_message(2, str::sprintf("Ethernet link went down on %s", name), str::null);
-        }
+        log_text(2, "Ethernet link went down on %s", name);
         agent.stop();
     });
     dns_services.clear();  // Another network may answer otherwise.

@@ -16,9 +16,9 @@
 // The lengths keep the low 16 bits only: callers keep messages short.
 #pragma once
 
-#include "lib/str.h"
+#include "lib/str_format.h"
 
-// Messages above this level are not sent. Test it before formatting a text.
+// Messages above this level are not sent.
 extern int log_level;
 extern str log_pipe_path;
 extern int log_fd;  // -1 until the pipe could be opened
@@ -30,3 +30,12 @@ inline bool log_check_condition(int level) {
 // Writes one record with one call. Does not test log_level. Dropped silently when the pipe is
 // absent (the next message tries again) or full.
 void log_add_message(int level, str const& text, str const& extra);
+
+// Writes a record with a text as of str::sprintf, which is only formatted when log_level admits
+// the message. Where an argument is costly to make, the caller tests the level itself.
+template<class... arguments>
+void log_text(int level, char const* format, arguments const&... values) {
+    if (log_check_condition(level)) {
+        log_add_message(level, str::sprintf(format, values...), str::null);
+    }
+}

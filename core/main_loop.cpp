@@ -28,35 +28,44 @@ public:
     int last() const { return largest; }
     bool contains(int fd) const { return fd != -1 && FD_ISSET(fd, &set); }
 
-    // Waits `delay` milliseconds at most, without limit if negative. The count of readable
-    // descriptors, negative on error.
-    int wait(int delay) {
-        if (delay == 0) {
-            return 0;
-        }
-        if (delay > 0 && largest == 0) {
-            usleep(static_cast<useconds_t>(delay) * 1000);
-            return 0;
-        }
+    // Waits until one is readable, without limit or so many milliseconds at most. The count of
+    // those that are, negative on error.
+    int select_readable() { return select(largest + 1, &set, nullptr, nullptr, nullptr); }
+    int select_readable(int milliseconds) {
         timeval limit = {};
-        limit.tv_sec = delay / 1000;
-        limit.tv_usec = delay % 1000 * 1000;
-        int const ready = select(largest + 1, &set, nullptr, nullptr, delay < 0 ? nullptr : &limit);
-        // Linux leaves in the limit what was not waited, but not every C library hands it on.
-        long long const waited = rtimestamp::ms2ticks(delay) -
-                                 rtimestamp::s2ticks(int(limit.tv_sec)) - limit.tv_usec * 1000LL;
-        if (ready > 0 && delay > 0 && waited > 0) {
-            rtimestamp::waited(waited);
-        } else {
-            rtimestamp::look_again();
-        }
-        return ready;
+        limit.tv_sec = milliseconds / 1000;
+        limit.tv_usec = milliseconds % 1000 * 1000;
+        return select(largest + 1, &set, nullptr, nullptr, &limit);
     }
 
 private:
     fd_set set;
     int largest = 0;
 };
+
+void sleep_for(int milliseconds) {
+    constexpr int longest = 1000000;  // usleep() takes 32 bits of microseconds
+    for (; milliseconds > longest; milliseconds -= longest) {
+        usleep(longest * 1000U);
+    }
+    usleep(static_cast<useconds_t>(milliseconds) * 1000);
+}
+
+// Until a descriptor is readable or `delay` milliseconds have passed, if that is not negative. The
+// count of readable descriptors, negative on error.
+int wait_for(descriptor_set& watched, int delay) {
+    if (delay < 0) {
+        return watched.select_readable();
+    }
+    if (delay == 0) {
+        return 0;
+    }
+    if (watched.last() > 0) {
+        return watched.select_readable(delay);
+    }
+    sleep_for(delay);
+    return 0;
+}
 
 void watch_all(descriptor_set& watched) {
     watched.add(dns_socket4);
@@ -122,7 +131,7 @@ void serve_ntp(descriptor_set const& readable, ntp_client& client) {
               [&](str const& packet, ip_port const&) { client.process_packet(packet); });
 }
 
-// There may be a thousand: only those that are readable are looked up.
+// There may be hundreds: only those that are readable are looked up.
 void serve_transfers(descriptor_set const& readable) {
     for (int fd = 0; fd <= readable.last(); ++fd) {
         if (tftp_result* const transfer = readable.contains(fd) ? tftp_ports.find(fd) : nullptr) {
@@ -173,17 +182,11 @@ void serve_all(descriptor_set const& readable) {
 void main_loop_pass() {
     descriptor_set descriptors;
     watch_all(descriptors);
-    int const delay = timeout_queue::global_queue.delay(true);
-    if (delay < 0) {
-        (void)rtimestamp::now();  // keeps count of the clock's wraps, as `delay` does with a timer
-    }
-    int const ready = descriptors.wait(delay);
+    int const ready = wait_for(descriptors, timeout_queue::global_queue.delay(true));
+    (void)rtimestamp::now();  // counts a wrap of the kernel's clock, also while no timer is armed
     if (ready == 0) {
         timeout_queue::global_queue.next();
     } else if (ready > 0) {
         serve_all(descriptors);
-    }
-    if (ready <= 0) {
-        rtimestamp::look_again();  // Only a burst of packets shares one look at the clock.
     }
 }

@@ -6,6 +6,7 @@
 #include "core/link_monitor.h"
 #include "core/log.h"
 #include "core/timestamp.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
@@ -48,24 +49,20 @@ void close_standard_descriptors() {
 // Devices that start together must draw different transaction ids.
 void seed_random_numbers() {
     unsigned int entropy = 0;
-    int const fd = open(path_random, O_RDONLY);
-    if (fd >= 0) {
-        (void)!read(fd, &entropy, sizeof entropy);  // The MAC address alone has to do, then.
-        close(fd);
-    }
+    int fd = descriptors::open_file(path_random, O_RDONLY);
+    (void)!read(fd, &entropy, sizeof entropy);  // If it fails, the MAC address alone has to do.
+    descriptors::close(fd);
     unsigned int const mac = utils::str2ulong(utils::hex2bin(mac_addr), 2);
     srand(entropy ^ mac ^ static_cast<unsigned int>(rtimestamp::now().ticks / 10000000));
 }
 
-// Makes sure that the next boot starts the telephony application.
+// Makes sure that the next boot starts the telephony application. A script that could not be
+// replaced must not restart the device: it would do so for ever.
 void check_start_script() {
     str const script = str::read_file(path_start_script);
-    if (script.empty() || script.find("ata-app") >= 0) {
+    if (script.empty() || script.find("ata-app") >= 0 ||
+        !(script + "./ata-app&\n").replace_file(path_start_script)) {
         return;
-    }
-    if (!(script + "./ata-app&\n").write_file(path_start_script)) {
-        (void)script.write_file(path_start_script);  // The old one had room before.
-        return;                                      // or the device would restart for ever
     }
     sync();  // Where the partition is in use it cannot be unmounted.
     sleep(1);

@@ -14,13 +14,8 @@ void timeout::enqueue(rtimestamp const& due) {
 }
 
 void timeout::callback(long long const& delay, callback_argument const& function_call) {
-    callback(rtimestamp::now(), delay, function_call);
-}
-
-void timeout::callback(rtimestamp const& from, long long delay,
-                       callback_argument const& function_call) {
     clear();
-    rtimestamp due = from;
+    rtimestamp due = rtimestamp::now();
     if (delay > 0) {
         due.ticks += delay;
     }
@@ -45,7 +40,7 @@ int timeout_queue::delay(bool) const {
     if (!earliest) {
         return -1;
     }
-    int const ms = rtimestamp::ticks2ms(earliest->key - rtimestamp::recent());
+    int const ms = rtimestamp::ticks2ms(earliest->key - rtimestamp::now());
     return ms < 0 ? 0 : ms;
 }
 

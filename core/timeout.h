@@ -30,8 +30,6 @@ public:
     // Arms the timer, which may be armed already, to make `function_call` after `delay` ticks
     // (rtimestamp); at once when that is 0 or less.
     void callback(long long const& delay, callback_argument const& function_call);
-    // The same from a moment on: several timers may share one look at the clock.
-    void callback(rtimestamp const& from, long long delay, callback_argument const& function_call);
     void clear();
     int seconds() const;  // left until due, rounded; 0 when idle
 

@@ -6,13 +6,6 @@
 constinit long long rtimestamp::ticks10 = rtimestamp::ms2ticks(10);
 constinit rtimestamp system_start;
 
-namespace {
-
-constinit rtimestamp last_look;
-constinit int looks_left = 0;
-
-}  // namespace
-
 // The kernel counts clock ticks in 32 bits, here taken as 100 a second.
 rtimestamp rtimestamp::now() {
     static uint32_t previous_count = 0;
@@ -24,25 +17,7 @@ rtimestamp rtimestamp::now() {
     previous_count = count;
     rtimestamp result;
     result.ticks = ((wraps << 32) + count) * 10000000LL;
-    last_look = result;
-    looks_left = looks_shared;
     return result;
-}
-
-rtimestamp rtimestamp::recent() {
-    if (looks_left == 0) {
-        return now();
-    }
-    --looks_left;
-    return last_look;
-}
-
-void rtimestamp::waited(long long ticks) {
-    last_look.ticks += ticks;
-}
-
-void rtimestamp::look_again() {
-    looks_left = 0;
 }
 
 atimestamp atimestamp::now() {
@@ -63,7 +38,7 @@ long long text2ms(char const* text) {
 }
 
 str ms2text(long long ms) {
-    return str::sprintf("%d.%d", int(ms / 1000), int(ms % 1000));
+    return str::decimal(ms / 1000) + "." + str::decimal(ms % 1000);
 }
 
 void init_timestamps() {

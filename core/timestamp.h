@@ -7,11 +7,6 @@
 class rtimestamp {
 public:
     static rtimestamp now();
-    // As now(), but cheaper: the last answer of now() and what was waited since, which may be a
-    // little behind; now() itself after `looks_shared` of these, or after look_again().
-    static rtimestamp recent();
-    static void waited(long long ticks);
-    static void look_again();
     static constexpr long long ms2ticks(int ms) { return ms * 1000000LL; }
     static constexpr long long s2ticks(int s) { return s * 1000000000LL; }
     // Rounded half up, the division truncating toward zero.
@@ -22,7 +17,6 @@ public:
     bool operator<(rtimestamp const& other) const { return ticks < other.ticks; }
     long long operator-(rtimestamp const& other) const { return ticks - other.ticks; }
 
-    static constexpr int looks_shared = 32;
     static long long ticks10;  // ticks of one clock tick
 
     long long ticks = 0;

@@ -20,10 +20,11 @@
 
 #include "config/settings.h"
 #include "core/log.h"
+#include "dhcp/udp_frame.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 
 #include <initializer_list>
-#include <unistd.h>
 
 constinit smap<str, dhcp> dhcp::clients;
 char const* const dhcp::state_names[] = {"INIT",      "SELECTING", "REQUESTING",
@@ -40,15 +41,29 @@ ip_port broadcast_server() {
     return endpoint;
 }
 
+// A message that is not is dropped with one record.
+bool is_whole(str const& message) {
+    if (message.length() < dhcp_packet::options_offset) {
+        if (log_level >= 9) {
+            log_add_message(9, str::sprintf("DHCPv4: Packet to short (%d bytes)", message.length()),
+                            utils::bin2hex(message, false));
+        }
+        return false;
+    }
+    if (message.substr(dhcp_packet::cookie_offset, 4) != dhcp_packet::magic_cookie) {
+        log_text(7, "DHCPv4: recv packet has no magic cookie");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 dhcp::dhcp() : vendor_class(default_vendor_class) {}
 
 dhcp::~dhcp() {
     clear();
-    if (arp_fd != -1) {
-        close(arp_fd);
-    }
+    descriptors::close(arp_fd);
 }
 
 void dhcp::start(str const& interface_name) {
@@ -83,15 +98,12 @@ void dhcp::clear() {
     }
     vendor_class = default_vendor_class;
     request.clear();
-    close_socket();
+    descriptors::close(fd);
 }
 
 void dhcp::change_state(state_type next) {
     state = next;
-    if (log_level >= 7) {
-        log_add_message(7, str::sprintf("DHCPv4 on %s goes to %S", interface, state_names[state]),
-                        str::null);
-    }
+    log_text(7, "DHCPv4 on %s goes to %S", interface, state_names[state]);
 }
 
 void dhcp::goto_state(state_type next) {
@@ -99,7 +111,7 @@ void dhcp::goto_state(state_type next) {
     switch (next) {
     case state_init:
         if (!raw_mode) {
-            create_raw_socket();  // No answer would reach a UDP socket without an address.
+            create_raw_socket();  // The interface has lost its address.
         }
         server = broadcast_server();
         if (!arp_conflict) {
@@ -120,63 +132,41 @@ void dhcp::goto_state(state_type next) {
 }
 
 void dhcp::process_data(str const& data) {
-    str message = data;
-    if (raw_mode) {
-        // An IPv4 header without options is taken for granted; others fail at the cookie.
-        constexpr int ip_and_udp_header = 28;
-        bool const is_udp_for_client = data[9] == 17 && data[22] == 0 && data[23] == 68;
-        if (!is_udp_for_client) {
-            return;
-        }
-        message = data.substr(ip_and_udp_header);
-    }
-    if (message.length() < dhcp_packet::options_offset) {
-        if (log_level >= 9) {
-            log_add_message(9, str::sprintf("DHCPv4: Packet to short (%d bytes)", message.length()),
-                            utils::bin2hex(message, false));
-        }
+    if (raw_mode && !udp_frame::is_for_client(data)) {
         return;
     }
-    if (!(message.substr(dhcp_packet::cookie_offset, 4) == dhcp_packet::magic_cookie)) {
-        if (log_level >= 7) {
-            log_add_message(7, "DHCPv4: recv packet has no magic cookie", str::null);
-        }
-        return;
-    }
-    dhcp_packet const packet(message);
-    if (packet.op != dhcp_packet::op_reply || !(packet.xid == xid)) {
+    str const message = raw_mode ? udp_frame::message_of(data) : data;
+    if (!is_whole(message) || !dhcp_packet::is_reply_to(xid, message)) {
         return;
     }
     // Intended: any reply to us ends the copies, whatever it says. Do not look at its type first.
     repeat_request(false);
-    str const type = packet.get_option(dhcp_packet::option_message_type);
-    if (type.empty()) {
-        return;
+    dhcp_packet const reply(message);
+    str const type = reply.get_option(dhcp_packet::option_message_type);
+    if (!type.empty()) {
+        recv_reply(utils::str2int(type), reply);
     }
-    switch (utils::str2int(type)) {
+}
+
+void dhcp::recv_reply(int type, dhcp_packet const& reply) {
+    switch (type) {
     case dhcp_packet::type_offer:
-        recv_dhcp_offer(packet);
+        recv_dhcp_offer(reply);
         break;
     case dhcp_packet::type_ack:
-        recv_dhcp_ack(packet);
+        recv_dhcp_ack(reply);
         break;
     case dhcp_packet::type_nak:
         recv_dhcp_nack();
         break;
     default:
-        if (log_level >= 1) {
-            log_add_message(1, str::sprintf("DHCPv4: receive type %d", utils::str2int(type)),
-                            str::null);
-        }
+        log_text(1, "DHCPv4: receive type %d", type);
         break;
     }
 }
 
 void dhcp::recv_dhcp_offer(dhcp_packet const& packet) {
-    if (log_level >= 9) {
-        log_add_message(9, str::sprintf("DHCPv4: recv dhcp offer in state %S", state_names[state]),
-                        str::null);
-    }
+    log_text(9, "DHCPv4: recv dhcp offer in state %S", state_names[state]);
     str const offering_server = packet.get_address_option(dhcp_packet::option_server_id);
     bool const same_server = offering_server == server_id;
     switch (state) {
@@ -204,10 +194,7 @@ void dhcp::recv_dhcp_offer(dhcp_packet const& packet) {
 }
 
 void dhcp::recv_dhcp_ack(dhcp_packet const& packet) {
-    if (log_level >= 9) {
-        log_add_message(9, str::sprintf("DHCPv4: Receive DHCP ACK in state %S", state_names[state]),
-                        str::null);
-    }
+    log_text(9, "DHCPv4: Receive DHCP ACK in state %S", state_names[state]);
     switch (state) {
     case state_init:
         if (arp_conflict) {
@@ -232,11 +219,7 @@ void dhcp::recv_dhcp_ack(dhcp_packet const& packet) {
 }
 
 void dhcp::recv_dhcp_nack() {
-    if (log_level >= 9) {
-        log_add_message(9,
-                        str::sprintf("DHCPv4: Receive DHCP NACK in state %S", state_names[state]),
-                        str::null);
-    }
+    log_text(9, "DHCPv4: Receive DHCP NACK in state %S", state_names[state]);
     switch (state) {
     case state_renewing:
         set();
@@ -264,6 +247,8 @@ void dhcp::t1_expires() {
 void dhcp::t2_expires() {
     switch (state) {
     case state_renewing:
+        // Intended: the request leaves by the UDP socket, which hears no unicast answer without an
+        // address. Do not go back to the packet socket.
         server = broadcast_server();
         set();
         new_xid();

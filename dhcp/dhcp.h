@@ -34,8 +34,8 @@ public:
     void stop();
     void clear();
     // Puts address, netmask, broadcast and default route on the interface, all binary; nothing
-    // when they are there already. An empty broadcast is computed. Without arguments: removes the
-    // address.
+    // when they are there already. An empty broadcast is computed. Without arguments: takes the
+    // address off the interface.
     void set(str const& ip, str const& mask, str const& broadcast, str const& router);
     void set();
 
@@ -83,6 +83,7 @@ private:
     // States (dhcp.cpp).
     void change_state(state_type next);
     void goto_state(state_type next);
+    void recv_reply(int type, dhcp_packet const& reply);
     void recv_dhcp_offer(dhcp_packet const& packet);
     void recv_dhcp_ack(dhcp_packet const& packet);
     void recv_dhcp_nack();
@@ -114,7 +115,6 @@ private:
     // Sockets (dhcp_socket.cpp).
     void create_raw_socket();
     void create_udp_socket();
-    void close_socket();
     void send_dhcp_packet();
     int lookup_interface_index();
 };

@@ -14,17 +14,17 @@
 
 #include "config/settings.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/packet_socket.h"
 #include "lib/utils.h"
 
 #include <net/ethernet.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr int frames_per_round = 3;
-constexpr int round_pace = 1;  // seconds between frames
+constexpr int frames_per_round = 3;  // RFC 5227, 1.1 has 3 probes (PROBE_NUM), 2 announcements
+constexpr int round_pace = 1;        // seconds between frames, there 1 to 2 between probes
 constexpr int arp_length = 28;
 constexpr unsigned char request_header[] = {0, 1, 8, 0, 6, 4, 0, 1};
 constexpr unsigned char reply_header[] = {0, 1, 8, 0, 6, 4, 0, 2};
@@ -91,9 +91,7 @@ void dhcp::arp_result(bool conflict) {
     if (conflict) {
         stop_arp();
         arp_conflict = true;
-        if (log_level >= 1) {
-            log_add_message(1, "DHCPv4: IP address conflict detected", str::null);
-        }
+        log_text(1, "DHCPv4: IP address conflict detected");
         new_xid();
         create_raw_socket();
         send_dhcp_decline();
@@ -107,9 +105,6 @@ void dhcp::arp_result(bool conflict) {
 }
 
 void dhcp::stop_arp() {
-    if (arp_fd != -1) {
-        close(arp_fd);
-        arp_fd = -1;
-    }
+    descriptors::close(arp_fd);
     arp_timer.clear();
 }

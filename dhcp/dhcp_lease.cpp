@@ -1,20 +1,11 @@
-// A lease into timers, shared state and the interface.
+// A lease into timers and shared state.
 #include "dhcp/dhcp.h"
 
 #include "config/settings.h"
 #include "core/log.h"
 #include "dhcp/resolv_conf.h"
-#include "lib/descriptors.h"
 #include "lib/utils.h"
-#include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
-
-#include <net/ethernet.h>
-#include <net/if.h>
-#include <net/route.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 void dhcp::set_timers(dhcp_packet const& ack) {
     int const lease = utils::str2int(ack.get_option(dhcp_packet::option_lease_time));
@@ -25,19 +16,14 @@ void dhcp::set_timers(dhcp_packet const& ack) {
     }
     str const renewal = ack.get_option(dhcp_packet::option_renewal_time);
     str const rebinding = ack.get_option(dhcp_packet::option_rebinding_time);
-    int const t1 = renewal.empty() ? lease / 8 * 4 : utils::str2int(renewal);
-    int const t2 = rebinding.empty() ? lease / 8 * 7 : utils::str2int(rebinding);
-    if (log_level >= 7) {
-        log_add_message(
-            7,
-            str::sprintf("DHCPv4: Lease duration is %d sec, renewing lease in %d sec", lease, t1),
-            str::null);
-    }
-    long long const one_second = rtimestamp::s2ticks(1);
-    t1_timer.callback(rtimestamp::s2ticks(t1) + one_second,
-                      callback_argument(t1_callback, interface));
-    t2_timer.callback(rtimestamp::s2ticks(t2) + one_second,
-                      callback_argument(t2_callback, interface));
+    // Intended: halves and seven eighths of whole eighths. Do not round as RFC 2131, 4.4.5 would.
+    unsigned int const t1 = unsigned(renewal.empty() ? lease / 8 * 4 : utils::str2int(renewal));
+    unsigned int const t2 = unsigned(rebinding.empty() ? lease / 8 * 7 : utils::str2int(rebinding));
+    log_text(7, "DHCPv4: Lease duration is %d sec, renewing lease in %u sec", lease, t1);
+    // Intended: each runs a second late. Do not renew on the dot.
+    constexpr long long second = rtimestamp::s2ticks(1);
+    t1_timer.callback((t1 + 1LL) * second, callback_argument(t1_callback, interface));
+    t2_timer.callback((t2 + 1LL) * second, callback_argument(t2_callback, interface));
 }
 
 namespace {
@@ -66,15 +52,10 @@ void publish_ntp_server(dhcp_packet const& ack) {
         return;
     }
     str const option = ack.get_option(dhcp_packet::option_ntp_server);
-    str const server = utils::readable_ip(utils::padding(option, 4, 0), false);
-    ntp_client& client = ntp[ntp_from_dhcp4];
-    if (client.server == server) {
-        return;
-    }
-    client.server = server;
-    client.start_client();
-    if (log_level >= 7) {
-        log_add_message(7, str::sprintf("DHCPv4: Set NTP server to %s", server), str::null);
+    str const server = utils::readable_ip(option.leftstr(4), false);
+    if (ntp[ntp_from_dhcp4].server != server) {
+        ntp[ntp_from_dhcp4].use_server(server);
+        log_text(7, "DHCPv4: Set NTP server to %s", server);
     }
 }
 
@@ -94,101 +75,12 @@ void dhcp::apply_lease(dhcp_packet const& ack) {
 }
 
 void dhcp::log_lease() const {
-    if (log_level >= 5) {
-        log_add_message(
-            5, str::sprintf("DHCPv4: Use IP address %s", utils::readable_ip(own_address, false)),
-            str::null);
-    }
-    if (log_level < 7 || assigned_option_66.empty()) {
+    log_text(5, "DHCPv4: Use IP address %s", utils::readable_ip(own_address, false));
+    if (assigned_option_66.empty()) {
         return;
     }
-    log_add_message(7, str::sprintf("DHCPv4: Set TFTP server to %s", assigned_option_66),
-                    str::null);
+    log_text(7, "DHCPv4: Set TFTP server to %s", assigned_option_66);
     if (!assigned_option_67.empty()) {
-        log_add_message(7, str::sprintf("DHCPv4: Set Bootfile name to %s", assigned_option_67),
-                        str::null);
+        log_text(7, "DHCPv4: Set Bootfile name to %s", assigned_option_67);
     }
-}
-
-namespace {
-
-sockaddr ipv4_address(str const& adr) {
-    ip_port endpoint;
-    endpoint.adr = adr;
-    sockaddr_in address;
-    utils::conv4(endpoint, address);
-    sockaddr generic;
-    memcpy(&generic, &address, sizeof generic);
-    return generic;
-}
-
-// (ip AND mask) OR (NOT mask)
-str computed_broadcast(str const& ip, str const& mask) {
-    return ip.l_and(mask).l_or(mask.l_xor(str('\xFF', 4)));
-}
-
-// The requests that configure one interface. Their results are not looked at.
-class interface_requests {
-public:
-    explicit interface_requests(str const& interface)
-        : fd(descriptors::open_socket(AF_PACKET, SOCK_DGRAM, htons(ETHERTYPE_IP))),
-          name(interface) {}
-    ~interface_requests() {
-        if (fd >= 0) {
-            close(fd);
-        }
-    }
-    interface_requests(interface_requests const&) = delete;
-    interface_requests& operator=(interface_requests const&) = delete;
-
-    void set_address(unsigned long code, str const& adr) {
-        ifreq request = {};
-        utils::copy_interface_name(request.ifr_name, name);
-        request.ifr_addr = ipv4_address(adr);
-        (void)ioctl(fd, code, &request);
-    }
-    void change_default_route(unsigned long code, str const& router, unsigned short flags) {
-        rtentry route = {};
-        route.rt_dst = ipv4_address(str::null);
-        route.rt_genmask = ipv4_address(str::null);
-        route.rt_gateway = ipv4_address(router);
-        route.rt_flags = flags;
-        char device[IFNAMSIZ] = {};
-        utils::copy_interface_name(device, name);
-        route.rt_dev = device;
-        (void)ioctl(fd, code, &route);
-    }
-
-private:
-    int fd;
-    str name;
-};
-
-}  // namespace
-
-void dhcp::set(str const& ip, str const& mask, str const& broadcast, str const& router) {
-    if (ip == applied_ip && mask == applied_netmask && broadcast == applied_broadcast &&
-        router == applied_gateway) {
-        return;
-    }
-    lldp::set_management_address(ip);
-    if (!(ip == c_0_0_0_0)) {
-        assigned_ip_adr = utils::readable_ip(ip, false);
-    }
-    interface_requests requests(interface);
-    requests.set_address(SIOCSIFADDR, ip);
-    requests.set_address(SIOCSIFNETMASK, mask);
-    requests.set_address(SIOCSIFBRDADDR,
-                         broadcast.empty() ? computed_broadcast(ip, mask) : broadcast);
-    requests.change_default_route(SIOCDELRT, applied_gateway, RTF_GATEWAY);
-    requests.change_default_route(SIOCADDRT, router, RTF_UP | RTF_GATEWAY);
-    applied_ip = ip;
-    applied_netmask = mask;
-    applied_broadcast = broadcast;
-    applied_gateway = router;
-    start_manual_ntp_server();
-}
-
-void dhcp::set() {
-    set(c_0_0_0_0, c_0_0_0_0, c_0_0_0_0, c_0_0_0_0);
 }

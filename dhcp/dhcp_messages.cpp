@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr int xid_length = 4;
-constexpr int interval_mean = 4;  // seconds between copies, plus or minus 1
-constexpr int interval_max = 64;
+constexpr int xid_length = 4;     // RFC 2131, 2
+constexpr int interval_mean = 4;  // seconds between copies, plus or minus 1: RFC 2131, 4.1, where
+constexpr int interval_max = 64;  // it doubles up to this; here it never does, see resend_request
 
 constexpr unsigned char requested_options[] = {
     dhcp_packet::option_subnet_mask,   dhcp_packet::option_router,

@@ -15,13 +15,11 @@ void append_field(str& wire, str const& field, int size) {
 }  // namespace
 
 str dhcp_packet::serialize() const {
-    constexpr int usual_size = 496;
-    str wire(nullptr, usual_size);
-    wire.set_length(0);
-    wire += static_cast<unsigned char>(op);
-    wire += static_cast<unsigned char>(htype);
-    wire += static_cast<unsigned char>(hlen);
-    wire += static_cast<unsigned char>(hops);
+    str wire;
+    wire += utils::int2str(unsigned(op), 1);
+    wire += utils::int2str(unsigned(htype), 1);
+    wire += utils::int2str(unsigned(hlen), 1);
+    wire += utils::int2str(unsigned(hops), 1);
     append_field(wire, xid, 4);
     append_field(wire, secs, 2);
     // Intended: the flags are sent as zero. Do not ask for broadcast replies.
@@ -35,20 +33,24 @@ str dhcp_packet::serialize() const {
     append_field(wire, file, 128);
     wire += magic_cookie;
     for (option_list::node const* each = options.head; each; each = each->next) {
-        wire += static_cast<unsigned char>(each->value.code);
-        wire += static_cast<unsigned char>(each->value.value.length());
-        wire += each->value.value;
+        wire += utils::int2str(unsigned(each->code), 1);
+        wire += utils::int2str(unsigned(each->value.length()), 1);
+        wire += each->value;
     }
-    wire += static_cast<unsigned char>(option_end);
+    wire += utils::int2str(option_end, 1);
     if (wire.length() % 2) {
         wire += '\0';
     }
     return wire;
 }
 
+bool dhcp_packet::is_reply_to(str const& xid, str const& wire) {
+    return wire[op_offset] == op_reply && wire.substr(xid_offset, 4) == xid;
+}
+
 void dhcp_packet::parse(str const& wire) {
     clear();
-    if (!(wire.substr(cookie_offset, 4) == magic_cookie)) {
+    if (wire.substr(cookie_offset, 4) != magic_cookie) {
         return;
     }
     op = wire[0];
@@ -65,18 +67,20 @@ void dhcp_packet::parse(str const& wire) {
     chaddr = wire.substr(28, 16);
     sname = wire.substr(44, 64);
     file = wire.substr(108, 128);
-    parse_options(wire.substr(options_offset), true);
+    parse_options(wire.leftstr(parsed_max).substr(options_offset), true);
 }
 
 void dhcp_packet::parse_options(str const& bytes, bool overload_allowed) {
+    bool is_overloaded = false;
     int i = 0;
     while (i < bytes.length() && bytes[i] != option_end) {
         int const code = bytes[i];
         if (code == option_pad) {
             i += 1;
-        } else if (code == option_overload) {
+        } else if (code == option_overload && !is_overloaded) {
             // Intended: the length byte is taken for 1. Do not skip by it.
             if (overload_allowed) {
+                is_overloaded = true;  // A second one is an option like any other.
                 parse_overloaded(bytes[i + 2]);
             }
             i += 3;

@@ -65,8 +65,11 @@ public:
     static constexpr int server_port = 67;  // RFC 2131, 4.1
     static constexpr int client_port = 68;
 
+    static constexpr int op_offset = 0;
+    static constexpr int xid_offset = 4;
     static constexpr int cookie_offset = 236;
     static constexpr int options_offset = 240;
+    static constexpr int parsed_max = 4096;  // bytes: what is behind holds no options
     static str const magic_cookie;
 
     dhcp_packet() = default;
@@ -77,13 +80,17 @@ public:
     // Fills the fields; a message without the cookie leaves the packet cleared. Short messages
     // give shorter fields and options.
     void parse(str const& wire);
+    // Appends the options. With `overload_allowed` the first option 52 adds those of the other
+    // two fields in its place; without, each is skipped.
     void parse_options(str const& bytes, bool overload_allowed);
+    // Whether a received message replies to a request with that transaction id.
+    static bool is_reply_to(str const& xid, str const& wire);
 
     // The value of the `index`-th option of a code; empty when there are fewer.
     str get_option(int code, int index = 0) const { return options.get(code, index); }
     // The same for an option that holds one address: exactly 4 bytes, zero-filled, when present.
     str get_address_option(int code) const;
-    void add_option(int code, str const& value) { options.append({code, value}); }
+    void add_option(int code, str const& value) { options.append(code, value); }
     void clear();  // back to the defaults
 
     int op = op_request;

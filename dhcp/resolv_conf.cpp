@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "lib/str.h"
+#include "lib/str_format.h"
 
 #include <initializer_list>
 
@@ -43,7 +44,7 @@ str name_servers() {
 }
 
 void update_file(str const& path, str const& content) {
-    if (!(str::read_file(path) == content)) {
+    if (str::read_file(path) != content) {
         (void)content.write_file(path);  // The next lease tries again.
     }
 }

@@ -20,9 +20,8 @@
 
 #include "core/device_paths.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
-
-#include <unistd.h>
 
 constinit smap<str, dhcp6> dhcp6::clients;
 char const* const dhcp6::state_names[] = {"INITIAL", "SOLICIT", "REQUEST",   "BOUND",
@@ -32,7 +31,8 @@ namespace {
 
 constexpr int start_delay = 3;      // seconds, for router advertisements to come first
 constexpr int wait_if_failed = 60;  // seconds
-constexpr int resends_max = 3;
+constexpr int resends_max = 3;      // where RFC 3315, 5.5 has 10 (REQ_MAX_RC) or no end
+constexpr int echoed_max = 1024;    // bytes of an ADVERTISE that every message sends back
 
 constexpr unsigned int infinity = 0xFFFFFFFF;  // RFC 3315, 5.6
 constexpr unsigned int default_t1 = 3600;      // seconds
@@ -44,8 +44,7 @@ str find_global_address() {
     while (!rest.empty()) {
         str const digits = rest.get_first_line().get_field(0, ' ');
         str const network = digits.leftstr(16);
-        if (!network.empty() && !(network == "fe80000000000000") &&
-            !(network == "0000000000000000")) {
+        if (!network.empty() && network != "fe80000000000000" && network != "0000000000000000") {
             return digits;
         }
     }
@@ -64,9 +63,7 @@ void arm(timeout& timer, unsigned int seconds, str const& interface) {
 }  // namespace
 
 dhcp6::~dhcp6() {
-    if (fd != -1) {
-        close(fd);
-    }
+    descriptors::close(fd);
 }
 
 void dhcp6::start(str const& interface_name) {
@@ -91,10 +88,7 @@ void dhcp6::goto_state(state_t next) {
     if (next == state) {
         return;
     }
-    if (log_level >= 7) {
-        log_add_message(7, str::sprintf("DHCPv6 on %s goes to %S", interface, state_names[next]),
-                        str::null);
-    }
+    log_text(7, "DHCPv6 on %s goes to %S", interface, state_names[next]);
     state = next;
     if (state == state_failed) {
         arm(renew_timer, wait_if_failed, interface);
@@ -108,7 +102,7 @@ void dhcp6::process_data() {
         return;
     }
     dhcp6_packet const packet(data);
-    if (!(packet.transaction_id() == message.transaction_id())) {
+    if (packet.transaction_id() != message.transaction_id()) {
         return;
     }
     switch (packet.type()) {
@@ -139,9 +133,14 @@ void dhcp6::recv_advertise(dhcp6_packet const& advertise) {
     if (utils::str2int(advertise.get_option(dhcp6_packet::option_status_code)) != 0) {
         return;
     }
+    str const offered = advertise.get_option(dhcp6_packet::option_ia_na);
+    str const offering_server = advertise.get_option(dhcp6_packet::option_server_id);
+    if (offered.length() + offering_server.length() > echoed_max) {
+        return;
+    }
     resend_timer.clear();
-    ia_na = advertise.get_option(dhcp6_packet::option_ia_na);
-    server_id = advertise.get_option(dhcp6_packet::option_server_id);
+    ia_na = offered;
+    server_id = offering_server;
     if (ia_na.empty() || server_id.empty()) {
         return;
     }
@@ -194,9 +193,7 @@ void dhcp6::begin() {
         goto_state(state_solicit);
         return;
     }
-    if (log_level >= 9) {
-        log_add_message(9, str::sprintf("Detected IPv6 address %s", global_address), str::null);
-    }
+    log_text(9, "Detected IPv6 address %s", global_address);
     goto_state(state_stateless);
 }
 

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr int xid_length = 3;
-constexpr int iaid_length = 4;
-constexpr int resend_interval = 1;  // seconds
+constexpr int xid_length = 3;       // RFC 3315, 6
+constexpr int iaid_length = 4;      // 22.4
+constexpr int resend_interval = 1;  // seconds, as the first of 5.5, but never doubled here
 
 constexpr unsigned int wanted_t1 = 3600;  // seconds
 constexpr unsigned int wanted_t2 = 5400;
@@ -82,7 +82,8 @@ void dhcp6::build_information_request() {
     add_option_request(message);
 }
 
-// Bound to its device: of several sockets with one port, only the newest would get the replies.
+// Bound to its device: multicast leaves by it, and of several sockets with one port each gets its
+// own replies.
 bool dhcp6::open_socket() {
     if (fd == -1) {
         fd = utils::open_udp_socket(dhcp6_packet::client_port, true);
@@ -120,7 +121,6 @@ void dhcp6::send_message() {
         resend_timer.clear();
         return;
     }
-    utils::set_multicast_interface(fd, interface_index);
     (void)utils::send_udp_packet(fd, server, message.serialize());  // A copy follows.
     resend_timer.callback(rtimestamp::s2ticks(resend_interval),
                           callback_argument(resend_callback, interface));

@@ -15,8 +15,8 @@ bool dhcp6_packet::option_reader::next() {
     if (options.length() - offset < header_length) {
         return false;
     }
-    code = utils::str2int(options.substr(offset, 2));
-    int const length = utils::str2int(options.substr(offset + 2, 2));
+    code = int(utils::number_at(options, offset, 2));
+    int const length = int(utils::number_at(options, offset + 2, 2));
     value = options.substr(offset + header_length, length);
     offset += header_length + length;
     return true;

@@ -14,7 +14,6 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -45,25 +44,18 @@ bool change(str& variable, str const& value) {
     return true;
 }
 
-void log_value(char const* format, str const& value) {
-    if (log_level >= 7) {
-        log_add_message(7, str::sprintf(format, value), str::null);
-    }
-}
-
 void publish_domain(str const& domain_list) {
     if (!domain_list.empty() &&
         change(dynamic_dns6_domain, dns_resolver::convert_address(domain_list))) {
-        log_value("DHCPv6: Set DNS domain to %s", dynamic_dns6_domain);
+        log_text(7, "DHCPv6: Set DNS domain to %s", dynamic_dns6_domain);
     }
 }
 
 void publish_sntp_server(str const& addresses) {
-    ntp_client& client = ntp[ntp_from_dhcp6];
-    if (!addresses.empty() &&
-        change(client.server, utils::readable_ip(addresses.leftstr(address_length), true))) {
-        client.start_client();
-        log_value("DHCPv6: Set NTP server to %s", client.server);
+    str const server = utils::readable_ip(addresses.leftstr(address_length), true);
+    if (!addresses.empty() && ntp[ntp_from_dhcp6].server != server) {
+        ntp[ntp_from_dhcp6].use_server(server);
+        log_text(7, "DHCPv6: Set NTP server to %s", server);
     }
 }
 
@@ -103,24 +95,18 @@ void dhcp6::set_address() {
     if (address.length() != address_length) {
         return;
     }
-    int const socket = descriptors::open_socket(AF_INET6, SOCK_DGRAM, 0);
-    if (socket < 0) {
-        if (log_level >= 2) {
-            log_add_message(2, "Could not set IPv6 address", str::null);
-        }
+    int socket = descriptors::open_socket(AF_INET6, SOCK_DGRAM, 0);
+    if (socket == -1) {
+        log_text(2, "Could not set IPv6 address");
     } else {
         int const index = get_interface_index(interface);
-        bool const is_set = add_address(socket, address, index);
-        close(socket);
         str const text = utils::readable_ip(address, false);
-        if (!is_set && log_level >= 2) {
-            log_add_message(
-                2, str::sprintf("Set up IPv6 address %s on interface %d failed", text, index),
-                str::null);
+        if (add_address(socket, address, index)) {
+            log_text(5, "Set up IPv6 address %s", text);
+        } else {
+            log_text(2, "Set up IPv6 address %s on interface %d failed", text, index);
         }
-        if (is_set && log_level >= 5) {
-            log_add_message(5, str::sprintf("Set up IPv6 address %s", text), str::null);
-        }
+        descriptors::close(socket);
     }
     start_manual_ntp_server();
 }
@@ -135,7 +121,7 @@ void dhcp6::publish_dns_servers(str const& addresses) {
         str const adr = addresses.substr(offset, address_length);
         str const text = adr.empty() ? str::null : utils::readable_ip(adr, true);
         if (change(*server, text) && !text.empty()) {
-            log_value("DHCPv6: Add DNS server %s", text);
+            log_text(7, "DHCPv6: Add DNS server %s", text);
         }
         offset += address_length;
     }

@@ -7,30 +7,21 @@ constinit dns_resolver dns_services;
 
 namespace {
 
-constexpr int shortest_lifetime = 60;            // seconds
-constexpr int cache_size_max = 4 * 1024 * 1024;  // bytes: far above any honest need
-
-// What an entry takes beside its texts: its node, its timer's, and the headers of four blocks.
-constexpr int entry_size = int(sizeof(smap<str, dns_resolver::dns_cache_entry>::element) +
-                               sizeof(timeout_queue::element) + 4 * sizeof(str::reference));
+constexpr int shortest_lifetime = 60;       // seconds
+constexpr int cache_size_max = 256 * 1024;  // bytes: far above any honest need, a dozen entries
 
 str const type_names[] = {"A", "SRV", "CNAME", "NAPTR", "AAAA"};
-str const key_prefixes[] = {"A ", "SRV ", "CNAME ", "NAPTR ", "AAAA "};
 constexpr int type_count = int(sizeof type_names / sizeof *type_names);
 
-// Whether the name has two fields parted by dots.
-bool has_dot(str const& name) {
-    int i = 0;
-    while (name[i] == '.') {
-        ++i;
-    }
-    while (i < name.length() && name[i] != '.') {
-        ++i;
-    }
-    while (name[i] == '.') {
-        ++i;
-    }
-    return i < name.length();
+// Bytes of the pool that so many bytes of data take.
+int block_bytes(int size) {
+    return size == 0 ? 0 : str::get_bin_size(str::find_bin(size)) + str::header_size;
+}
+
+int entry_bytes(str const& key, str const& value) {
+    return block_bytes(sizeof(smap<str, dns_resolver::dns_cache_entry>::element)) +
+           block_bytes(sizeof(timeout_queue::element)) + block_bytes(key.length()) +
+           block_bytes(value.length());
 }
 
 }  // namespace
@@ -43,11 +34,9 @@ str get_dns_domain() {
 }
 
 str dns_resolver::qualified(str const& name) {
-    if (has_dot(name)) {
-        return name;
-    }
+    bool const has_dot = !name.get_field(1, str(".")).empty();
     str const domain = get_dns_domain();
-    return domain.empty() ? name : name + "." + domain;
+    return has_dot || domain.empty() ? name : name + "." + domain;
 }
 
 str const& dns_resolver::type_name(dns_type type) {
@@ -55,21 +44,20 @@ str const& dns_resolver::type_name(dns_type type) {
 }
 
 str dns_resolver::cache_key(dns_type type, str const& name) {
-    return (type >= 0 && type < type_count ? key_prefixes[type] : str::space) + name;
+    return type_name(type) + " " + name;
 }
 
 void dns_resolver::add_cache(str const& name, str const& value, int ttl, dns_type type) {
     str const key = cache_key(type, name);
     dns_cache_entry* entry = cache.find(key);
-    int const growth =
-        value.length() + (entry ? -entry->value.length() : key.length() + entry_size);
-    if (growth > cache_size_max - cache_size) {
-        return;
-    }
-    cache_size += growth;
     if (!entry) {
-        entry = &cache.find_or_insert(key);
+        if (cache_size + entry_bytes(key, value) > cache_size_max) {
+            return;
+        }
+        entry = &cache.insert(key);
+        cache_size += entry_bytes(key, str::null);
     }
+    cache_size += block_bytes(value.length()) - block_bytes(entry->value.length());
     entry->value = value;
     int const lifetime = ttl > shortest_lifetime ? ttl : shortest_lifetime;
     entry->timer.callback(rtimestamp::s2ticks(lifetime), callback_argument(unregister_entry, key));
@@ -77,7 +65,7 @@ void dns_resolver::add_cache(str const& name, str const& value, int ttl, dns_typ
 
 void dns_resolver::unregister_entry(str const& key) {
     if (dns_cache_entry const* const entry = dns_services.cache.find(key)) {
-        dns_services.cache_size -= key.length() + entry->value.length() + entry_size;
+        dns_services.cache_size -= entry_bytes(key, entry->value);
         dns_services.cache.erase_key(key);
     }
 }

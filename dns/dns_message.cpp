@@ -44,14 +44,6 @@ unsigned int query_type(dns_resolver::dns_type type) {
     return record_a;
 }
 
-// Reads zeros past the end.
-int number16(str const& packet, int offset) {
-    return packet[offset] << 8 | packet[offset + 1];
-}
-unsigned int number32(str const& packet, int offset) {
-    return unsigned(number16(packet, offset)) << 16 | unsigned(number16(packet, offset + 2));
-}
-
 bool is_usable(int response_code) {
     return response_code == rcode_no_error || response_code == rcode_server_failure ||
            response_code == rcode_name_error || response_code == rcode_refused;
@@ -66,35 +58,108 @@ bool has_both_top_bits_in_a_byte(str const& text) {
     return false;
 }
 
-// The lifetime of negative entries from an authority record, whose type is not looked at.
+// One resource record, RFC 1035, 4.1.3.
+struct dns_record {
+    str owner;
+    unsigned int type;
+    unsigned int record_class;
+    int ttl;  // seconds
+    int data_offset;
+    str data;
+};
+
+// Leaves `offset` behind the record.
+dns_record read_record(str const& packet, name_reader const& names, int& offset) {
+    dns_record record;
+    record.owner = names.read(offset);
+    record.type = utils::number_at(packet, offset, 2);
+    record.record_class = utils::number_at(packet, offset + 2, 2);
+    record.ttl = static_cast<int>(utils::number_at(packet, offset + 4, 4));
+    int const length = int(utils::number_at(packet, offset + 8, 2));
+    record.data_offset = offset + record_head;
+    record.data = packet.substr(record.data_offset, length);
+    offset = record.data_offset + length;
+    return record;
+}
+
+// The lifetime of negative entries from an authority record, whose type is not looked at. Leaves
+// `offset` behind it.
 // Intended: the SOA's REFRESH. Do not take MINIMUM (RFC 2308, 5).
 int read_authority(str const& packet, name_reader const& names, int& offset) {
     names.skip(offset);
-    int const length = number16(packet, offset + 8);
-    offset += record_head;
-    int behind_names = offset;
+    int const length = int(utils::number_at(packet, offset + 8, 2));
+    int behind_names = offset + record_head;
+    offset = behind_names + length;
     names.skip(behind_names);
     names.skip(behind_names);
-    offset += length;
-    return static_cast<int>(number32(packet, behind_names + 4));
+    return static_cast<int>(utils::number_at(packet, behind_names + 4, 4));
+}
+
+struct dns_question {
+    str name;
+    unsigned int type = 0;
+};
+
+// Keeps what an answer record says in the cache. Whether it answers the question.
+bool keep_record(dns_resolver& resolver, dns_record const& record, name_reader const& names,
+                 dns_question const& question) {
+    bool const about_question = record.owner == question.name;
+    switch (record.type) {
+    case record_a: {
+        str const address = utils::padding(record.data, 4, 0);
+        resolver.add_cache(record.owner, utils::readable_ip(address, false), record.ttl,
+                           dns_resolver::type_a);
+        return about_question && question.type == record_a;
+    }
+    case record_aaaa: {
+        str const address = record.data.leftstr(ip_port::ipv6_length);
+        resolver.add_cache(record.owner, utils::readable_ip(address, true), record.ttl,
+                           dns_resolver::type_aaaa);
+        return about_question && question.type == record_aaaa;
+    }
+    case record_cname: {
+        int offset = record.data_offset;
+        str const target = names.read(offset);
+        if (has_both_top_bits_in_a_byte(target)) {
+            log_text(1, "DNS: Received invalid address specification");
+            return false;
+        }
+        resolver.add_cache(record.owner, target, record.ttl, dns_resolver::type_cname);
+        return about_question;
+    }
+    default:
+        return false;
+    }
+}
+
+// Calls `read_one` for each of the entries that a section claims. Behind the end of the packet all
+// of them read as the same nothing, so that one stands for the rest.
+template<class function>
+void read_section(str const& packet, unsigned int count, int const& offset, function read_one) {
+    bool is_behind_end = false;
+    while (count > 0 && !is_behind_end) {
+        is_behind_end = offset >= packet.length();
+        read_one();
+        --count;
+    }
 }
 
 }  // namespace
 
 str dns_resolver::build_query(int id, str const& name, dns_type type) const {
     str query = utils::int2str(unsigned(id), 2) + utils::int2str(flag_recursion_desired, 2) +
-                utils::int2str(1, 2) + str('\0', 6);
+                utils::int2str(1, 2) + utils::int2str(0, 6);
     for (str rest = name; !rest.empty();) {
         int const dot = rest.find(".");
         str const label = (dot < 0 ? rest : rest.leftstr(dot)).strip(str::lws);
         if (label.empty()) {
             break;  // What is behind two dots in a row does not count.
         }
-        query += static_cast<unsigned char>(label.length());
+        query += utils::int2str(unsigned(label.length()), 1);
         query += label.tolower();
         rest = dot < 0 ? str::null : rest.substr(dot + 1);
     }
-    query += '\0';
+    query += utils::int2str(0, 1);
     query += utils::int2str(query_type(type), 2);
     query += utils::int2str(class_internet, 2);
     return query;
@@ -119,67 +184,27 @@ bool dns_resolver::process_answer(str const& packet, int id) {
         // Intended: the request has lost its timer and stays for good. Do not complete it.
         return false;
     }
-    name_reader names(packet);
+    name_reader const names(packet);
     int offset = header_length;
-    str question;
-    int question_type = 0;
-    for (int n = number16(packet, 4); n > 0; --n) {
-        question = names.read(offset);
-        question_type = number16(packet, offset);
+    dns_question question;
+    read_section(packet, utils::number_at(packet, 4, 2), offset, [&] {
+        question.name = names.read(offset);
+        question.type = utils::number_at(packet, offset, 2);
         offset += question_tail;
-    }
+    });
     bool answered = false;
-    for (int n = number16(packet, 6); n > 0; --n) {
-        answered |= process_record(packet, names, offset, response_code == rcode_no_error, question,
-                                   question_type);
-    }
+    read_section(packet, utils::number_at(packet, 6, 2), offset, [&] {
+        dns_record const record = read_record(packet, names, offset);
+        if (response_code == rcode_no_error && record.record_class == class_internet) {
+            answered |= keep_record(*this, record, names, question);
+        }
+    });
     int negative_lifetime = default_negative_lifetime;
-    for (int n = number16(packet, 8); n > 0; --n) {
-        negative_lifetime = read_authority(packet, names, offset);
-    }
+    read_section(packet, utils::number_at(packet, 8, 2), offset,
+                 [&] { negative_lifetime = read_authority(packet, names, offset); });
     str known;
-    if (!answered && request && !cache_lookup(question, request->type, known)) {
-        add_cache(question, str::null, negative_lifetime, request->type);
+    if (!answered && request && !cache_lookup(question.name, request->type, known)) {
+        add_cache(question.name, str::null, negative_lifetime, request->type);
     }
     return true;
-}
-
-// Reads one record of the answer section into the cache, if the answer is usable, and leaves
-// `offset` behind it. Whether it answers the question.
-bool dns_resolver::process_record(str const& packet, name_reader& names, int& offset, bool usable,
-                                  str const& question, int question_type) {
-    str const owner = names.read(offset);
-    int const type = number16(packet, offset);
-    bool const is_internet = number16(packet, offset + 2) == class_internet;
-    int const ttl = static_cast<int>(number32(packet, offset + 4));
-    int const length = number16(packet, offset + 8);
-    int data_offset = offset + record_head;
-    offset = data_offset + length;
-    if (!usable || !is_internet) {
-        return false;
-    }
-    str const data = packet.substr(data_offset, length);
-    bool const about_question = owner == question;
-    switch (type) {
-    case record_a:
-        add_cache(owner, utils::readable_ip(utils::padding(data, 4, 0), false), ttl, type_a);
-        return about_question && question_type == record_a;
-    case record_aaaa:
-        add_cache(owner, utils::readable_ip(data.leftstr(ip_port::ipv6_length), true), ttl,
-                  type_aaaa);
-        return about_question && question_type == record_aaaa;
-    case record_cname: {
-        str const target = names.read(data_offset);
-        if (has_both_top_bits_in_a_byte(target)) {
-            if (log_level >= 1) {
-                log_add_message(1, "DNS: Received invalid address specification", str::null);
-            }
-            return false;
-        }
-        add_cache(owner, target, ttl, type_cname);
-        return about_question;
-    }
-    default:
-        return false;
-    }
 }

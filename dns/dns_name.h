@@ -4,29 +4,18 @@
 
 #include "lib/str.h"
 
-// Reads the names of one message, which must outlive it.
+// Reads the names of one message, which must outlive it. Never fails: bytes outside the message
+// read as zero, which ends a name. A name ends with what it has so far once it is longer than 255
+// bytes or has led through 127 pointers: no name has more bytes or labels (RFC 1035, 2.3.4).
 class name_reader {
 public:
     explicit name_reader(str const& m) : message(m) {}
 
-    // The name at `offset`, in lower case; `offset` moves behind it. Never fails: bytes past the
-    // end of the message read as zero and end the name, and so does a pointer that leads in a
-    // circle.
-    str read(int& offset);
+    // The name at `offset`, in lower case; `offset` moves behind it.
+    str read(int& offset) const;
     // Moves `offset` behind the name.
     void skip(int& offset) const;
 
 private:
-    str decode(int& offset) const;
-
-    // Most names of an answer are pointers to one that came before: the last ones read.
-    struct known_name {
-        int offset = -1;  // where it starts
-        str name;
-    };
-    static constexpr int known_max = 3;
-
     str const& message;
-    known_name known[known_max];
-    int next_known = 0;
 };

@@ -16,8 +16,8 @@ constexpr int dns_port = 53;
 constexpr int multicast_port = 5355;  // RFC 4795, 2
 
 constexpr int delays[] = {500, 1000, 2000, 4000, 4000, 4000, 4000};  // ms before the next copy
-constexpr int copies_max = int(sizeof delays / sizeof *delays);
-constexpr int copies_to_best_server = 4;  // then it is forgotten
+constexpr int delay_count = int(sizeof delays / sizeof *delays);  // after the last it is given up
+constexpr int copies_to_best_server = 4;                          // then it is forgotten
 
 ip_port endpoint(str const& adr, int port) {
     ip_port result;
@@ -49,14 +49,10 @@ bool any_server(function use) {
 
 void dns_resolver::request_dns(str const& name, dns_type type, callback_argument const& callback) {
     if (name.empty()) {
-        if (log_level >= 6) {
-            log_add_message(6, "DNS: Cannot resolve empty DNS address", str::null);
-        }
+        log_text(6, "DNS: Cannot resolve empty DNS address");
         return;
     }
-    if (log_level >= 9) {
-        log_add_message(9, str::sprintf("DNS: Request %s %s", type_name(type), name), str::null);
-    }
+    log_text(9, "DNS: Request %s %s", type_name(type), name);
     str const full_name = qualified(name);
     str const key = cache_key(type, full_name);
     if (int const* const id = pending.find(key)) {
@@ -88,13 +84,11 @@ void dns_resolver::resend_request(int id) {
     dns_resolver& resolver = dns_services;
     dns_request* const request = resolver.requests.find(id);
     if (!request) {
-        if (log_level >= 1) {
-            log_add_message(1, str::sprintf("DNS: Resending packet %d not found", id), str::null);
-        }
+        log_text(1, "DNS: Resending packet %d not found", id);
         return;
     }
     ++request->count;
-    if (request->count >= copies_max) {
+    if (request->count >= delay_count) {
         resolver.call_and_delete(id);
         return;
     }
@@ -124,8 +118,7 @@ void dns_resolver::broadcast_request(str const& packet) {
 int dns_send_proc(ip_port const& to, str const& packet) {
     int& socket = to.is_ipv6() ? dns_socket6 : dns_socket4;
     if (socket == -1) {
-        int const fd = utils::open_udp_socket(0, to.is_ipv6());
-        socket = fd < 0 ? -1 : fd;
+        socket = utils::open_udp_socket(0, to.is_ipv6());
     }
     if (socket == -1) {
         return -1;
@@ -138,7 +131,7 @@ int dns_send_proc(ip_port const& to, str const& packet) {
 }
 
 void dns_resolver::on_pdu_available(str const& packet, ip_port const& from) {
-    if (!best_server.empty() && !(from.adr == best_server)) {
+    if (!best_server.empty() && from.adr != best_server) {
         return;
     }
     int const id = utils::str2int(packet.leftstr(2));
@@ -149,12 +142,7 @@ void dns_resolver::on_pdu_available(str const& packet, ip_port const& from) {
         any_server([&](str const& server) { return from.adr == utils::compact_ip(server); })) {
         best_server = from.adr;
     }
-    str known;
-    dns_request const* const request = requests.find(id);
-    answered_in_vain = request && !cache_lookup(request->name, request->type, known) &&
-                       !cache_lookup(request->name, type_cname, known);
     call_and_delete(id);
-    answered_in_vain = false;
 }
 
 void dns_resolver::call_and_delete(int id) {

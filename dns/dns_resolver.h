@@ -18,8 +18,6 @@
 #include "lib/linked_list.h"
 #include "lib/smap.h"
 
-class name_reader;
-
 class dns_resolver {
 public:
     enum dns_type { type_a = 0, type_srv = 1, type_cname = 2, type_naptr = 3, type_aaaa = 4 };
@@ -63,7 +61,8 @@ public:
 
     // Parses one response into the cache; false when it is not usable.
     bool process_answer(str const& packet, int id);
-    // Keeps a value for `ttl` seconds, 60 at least.
+    // Keeps a value for `ttl` seconds, 60 at least. When the cache has its full size no new key is
+    // taken, but a known one is always brought up to date.
     void add_cache(str const& name, str const& value, int ttl, dns_type type);
     // Sends a packet to every active server.
     void broadcast_request(str const& packet);
@@ -78,9 +77,6 @@ public:
     smap<str, int> pending;            // id by cache key
     smap<str, dns_cache_entry> cache;  // by type, blank, name
     int next_id = 1;
-    // While the callbacks of an answer run: it left nothing in the cache under the name asked
-    // for, so that to ask again at once might never end.
-    bool answered_in_vain = false;
 
 private:
     static str const& type_name(dns_type type);
@@ -89,10 +85,8 @@ private:
     static str qualified(str const& name);
     dns_cache_entry const* find_entry(str const& name, dns_type type, bool& is_circle) const;
     str build_query(int id, str const& name, dns_type type) const;
-    bool process_record(str const& packet, name_reader& names, int& offset, bool usable,
-                        str const& question, int question_type);
 
-    int cache_size = 0;  // bytes of all entries
+    int cache_size = 0;  // bytes of the pool that all entries take
 };
 
 extern dns_resolver dns_services;

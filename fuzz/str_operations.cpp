@@ -3,6 +3,8 @@
 // operation.
 #include "fuzz/fuzz.h"
 
+#include "lib/str_format.h"
+
 #include <algorithm>
 #include <strings.h>
 

@@ -1,4 +1,4 @@
-// The process's table of file descriptors, when it gets full.
+// The process's descriptors: opening and closing them, also when their table gets full.
 #pragma once
 
 #include "lib/linked_list.h"
@@ -12,8 +12,13 @@ namespace descriptors {
 int open_file(char const* path, int flags, mode_t mode = 0);
 int open_socket(int domain, int type, int protocol);
 
-// Leaves a descriptor open that nobody uses any more, until its place is needed.
-void abandon(int fd);
+// Closes a descriptor, if it is open, and forgets its number: a stale one in the set of select()
+// would make it fail for ever.
+void close(int& fd);
+
+// Leaves a socket open that nobody uses any more, until its place is needed. It hears nobody from
+// now on: what strangers queued there would stay in the kernel's memory for good.
+void abandon(int socket);
 
 // Lends the spare descriptor as long as it lives: one file can be opened however full the table
 // is. Not to be nested.

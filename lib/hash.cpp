@@ -1,7 +1,5 @@
 #include "lib/hash.h"
 
-#include "lib/hash_block.h"
-
 namespace {
 
 constexpr int length_position = hash_block_size - 8;
@@ -10,12 +8,12 @@ str const padding = str('\x80', 1) + str('\0', hash_block_size - 1);
 
 }  // namespace
 
-str hash_words(std::endian order, uint32_t const* words, int count) {
-    uint32_t bytes[5];
-    size_t const size = size_t(count) * sizeof bytes[0];
-    memcpy(bytes, words, size);
-    swap_to(order, bytes, count);
-    return str(reinterpret_cast<unsigned char const*>(bytes), int(size));
+void decode_little_endian(uint32_t* words, unsigned char const* block) {
+    for (int i = 0; i < 16; ++i) {
+        unsigned char const* const bytes = block + 4 * i;
+        words[i] = bytes[0] | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16 |
+                   uint32_t(bytes[3]) << 24;
+    }
 }
 
 str hash_padding(int used) {
@@ -24,34 +22,26 @@ str hash_padding(int used) {
 }
 
 str little_endian_digest::encode(uint32_t const* words, int count) {
-    return hash_words(std::endian::little, words, count);
+    str bytes;
+    for (int i = 0; i < count; ++i) {
+        for (int shift = 0; shift < 32; shift += 8) {
+            bytes += static_cast<unsigned char>(words[i] >> shift);
+        }
+    }
+    return bytes;
 }
 
 void little_endian_digest::append(str const& data, block_function& transform) {
-    unsigned char const* bytes = data.cbuffer();
-    int left = data.length();
-    uint32_t const bits = uint32_t(left) << 3;
+    uint32_t const bits = uint32_t(data.length()) << 3;
     bit_count[0] += bits;
-    bit_count[1] += (uint32_t(left) >> 29) + (bit_count[0] < bits);
+    bit_count[1] += (uint32_t(data.length()) >> 29) + (bit_count[0] < bits);
 
-    if (!buffer.empty()) {
-        int const missing = hash_block_size - buffer.length();
-        int const taken = left < missing ? left : missing;
-        buffer.append(bytes, taken);
-        bytes += taken;
-        left -= taken;
-        if (taken < missing) {
-            return;
-        }
-        transform(chain, buffer.cbuffer());
-        buffer.clear();
+    str const input = buffer + data;
+    int offset = 0;
+    for (; input.length() - offset >= hash_block_size; offset += hash_block_size) {
+        transform(chain, input.cbuffer() + offset);
     }
-    for (; left >= hash_block_size; left -= hash_block_size) {
-        transform(chain, bytes);
-        bytes += hash_block_size;
-    }
-    // A copy: a view would keep the whole of the caller's block in use.
-    buffer.append(bytes, left);
+    buffer = input.substr(offset);
 }
 
 str little_endian_digest::finish(block_function& transform) {

@@ -12,10 +12,12 @@
 
 #include "lib/str.h"
 
-// What MD5 and MD4 share: blocks of 64 bytes, the padding, and little-endian words.
+constexpr int hash_block_size = 64;  // bytes, of all three
+
+// What MD5 and MD4 share: the padding, the length and little-endian words.
 class little_endian_digest {
 public:
-    // Each word as four bytes.
+    // Each word as four bytes, the lowest first.
     static str encode(uint32_t const* words, int count);
 
 protected:
@@ -29,6 +31,12 @@ protected:
     uint32_t bit_count[2] = {0, 0};  // of all input, the low word first
     str buffer;                      // input behind the last whole block, up to 63 bytes
 };
+
+// The sixteen words of a block.
+void decode_little_endian(uint32_t* words, unsigned char const* block);
+
+// What stands between a message, whose last block has `used` bytes, and its length of 8 bytes.
+str hash_padding(int used);
 
 // MD5 of data that comes in pieces. An object makes one digest: nothing follows final.
 class md5 : public little_endian_digest {
@@ -65,12 +73,19 @@ str hmac_sha(str const& key, str const& data);
 str expand_md5(str const& secret, str const& seed, int length);
 str expand_sha(str const& secret, str const& seed, int length);
 
-// The "response" of HTTP digest authentication (RFC 2617, 3.2.2), hex text. Without a quality of
-// protection the nonce count and the client nonce do not count, either (RFC 2069).
+// The "response" of HTTP digest authentication (RFC 2617, 3.2.2), hex text: with a quality of
+// protection, or without one as in RFC 2069.
+struct digest_protection {
+    str nonce_count;
+    str client_nonce;
+    str qop;
+};
 str digest_response(str const& user, str const& realm, str const& user_secret, str const& method,
-                    str const& uri, str const& nonce, str const& nonce_count = str::null,
-                    str const& client_nonce = str::null, str const& qop = str::null);
+                    str const& uri, str const& nonce);
+str digest_response(str const& user, str const& realm, str const& user_secret, str const& method,
+                    str const& uri, str const& nonce, digest_protection const& protection);
 // The same from a stored HA1, which is the hex text of MD5(user ":" realm ":" user secret).
-str stored_digest_response(str const& ha1, str const& method, str const& uri, str const& nonce,
-                           str const& nonce_count = str::null, str const& client_nonce = str::null,
-                           str const& qop = str::null);
+str stored_digest_response(str const& stored_ha1, str const& method, str const& uri,
+                           str const& nonce);
+str stored_digest_response(str const& stored_ha1, str const& method, str const& uri,
+                           str const& nonce, digest_protection const& protection);

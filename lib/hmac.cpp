@@ -1,6 +1,5 @@
 // Keyed digests and the key expansion upon them.
 #include "lib/hash.h"
-#include "lib/hash_block.h"
 
 namespace {
 

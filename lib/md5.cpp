@@ -1,15 +1,13 @@
-// MD5, RFC 1321. Every step waits for the one before it: what counts is the length of that chain,
-// not the number of operations.
+// MD5, RFC 1321.
 #include "lib/hash.h"
-#include "lib/hash_block.h"
 #include "lib/utils.h"
+
+#include <bit>
 
 namespace {
 
-using u32 = uint32_t;
-
-// The integer part of 2^32 * abs(sin(i + 1)), section 3.4.
-constexpr u32 sines[64] = {
+// T of section 3.4: the integer part of 2^32 * abs(sin(i + 1)).
+constexpr uint32_t sines[64] = {
     0xd76aa478, 0xe8c7b756, 0x242070db, 0xc1bdceee, 0xf57c0faf, 0x4787c62a, 0xa8304613, 0xfd469501,
     0x698098d8, 0x8b44f7af, 0xffff5bb1, 0x895cd7be, 0x6b901122, 0xfd987193, 0xa679438e, 0x49b40821,
     0xf61e2562, 0xc040b340, 0x265e5a51, 0xe9b6c7aa, 0xd62f105d, 0x02441453, 0xd8a1e681, 0xe7d3fbc8,
@@ -20,61 +18,51 @@ constexpr u32 sines[64] = {
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391,
 };
 
-// Where a round begins in the block, how far it goes on, and by how much its steps rotate.
-struct round_plan {
-    u32 const* sines;
-    int word;
-    int stride;
-    int rotation[4];
-};
+// By how many bits the four steps that each round repeats rotate.
+constexpr int rotations[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
-// A sum of what is known before `b`, the latest word. The compiler would order the additions in its
-// own way and lengthen the chain.
-inline u32 ready(u32 sum) {
-    asm("" : "+r"(sum));
-    return sum;
+// F, G, H and I of section 3.4.
+uint32_t mix(int round, uint32_t x, uint32_t y, uint32_t z) {
+    switch (round) {
+    case 0:
+        return (x & y) | (~x & z);
+    case 1:
+        return (x & z) | (y & ~z);
+    case 2:
+        return x ^ y ^ z;
+    default:
+        return y ^ (x | ~z);
+    }
 }
 
-// Sixteen operations of the form a = b + ((a + mix(b, c, d) + word + sine) <<< rotation); `mix`
-// adds its function to the sum that it is given.
-template<class function>
-[[gnu::always_inline]] inline void round(u32 (&chain)[4], hash_block const& block,
-                                         round_plan const& plan, function mix) {
-    auto const step = [&](u32 a, u32 b, u32 c, u32 d, int i) {
-        u32 const word = block.words[(plan.word + i * plan.stride) & 15];
-        return b + std::rotl(mix(ready(a + word + plan.sines[i]), b, c, d), plan.rotation[i & 3]);
-    };
-    auto [a, b, c, d] = chain;
-    HASH_UNROLLED
-    for (int i = 0; i < 16; i += 4) {
-        a = step(a, b, c, d, i);
-        d = step(d, a, b, c, i + 1);
-        c = step(c, d, a, b, i + 2);
-        b = step(b, c, d, a, i + 3);
-    }
-    chain[0] = a;
-    chain[1] = b;
-    chain[2] = c;
-    chain[3] = d;
+// Which word of the block each step takes: k in the tables of section 3.4.
+int word_index(int round, int step) {
+    constexpr int first[] = {0, 1, 5, 0};
+    constexpr int stride[] = {1, 5, 3, 7};
+    return (first[round] + step % 16 * stride[round]) % 16;
 }
 
 }  // namespace
 
-void md5::transform(uint32_t* chain, unsigned char const* bytes) {
-    hash_block const block(bytes, std::endian::little);
-    u32 now[4] = {chain[0], chain[1], chain[2], chain[3]};
-    round(now, block, {sines, 0, 1, {7, 12, 17, 22}},
-          [](u32 sum, u32 b, u32 c, u32 d) { return sum + (d ^ (b & (c ^ d))); });
-    // (b & d) | (c & ~d): no bit is in both, so they can be added one by one, `b` last.
-    round(now, block, {sines + 16, 1, 5, {5, 9, 14, 20}},
-          [](u32 sum, u32 b, u32 c, u32 d) { return ready(sum + (c & ~d)) + (b & d); });
-    round(now, block, {sines + 32, 5, 3, {4, 11, 16, 23}},
-          [](u32 sum, u32 b, u32 c, u32 d) { return sum + (b ^ (c ^ d)); });
-    round(now, block, {sines + 48, 0, 7, {6, 10, 15, 21}},
-          [](u32 sum, u32 b, u32 c, u32 d) { return sum + (c ^ (b | ~d)); });
-    for (int i = 0; i < 4; ++i) {
-        chain[i] += now[i];
+void md5::transform(uint32_t* chain, unsigned char const* block) {
+    uint32_t words[16];
+    decode_little_endian(words, block);
+    uint32_t a = chain[0];
+    uint32_t b = chain[1];
+    uint32_t c = chain[2];
+    uint32_t d = chain[3];
+    for (int step = 0; step < 64; ++step) {
+        int const round = step / 16;
+        uint32_t const sum = a + mix(round, b, c, d) + words[word_index(round, step)] + sines[step];
+        a = d;
+        d = c;
+        c = b;
+        b += std::rotl(sum, rotations[round][step % 4]);
     }
+    chain[0] += a;
+    chain[1] += b;
+    chain[2] += c;
+    chain[3] += d;
 }
 
 str md5::final() {

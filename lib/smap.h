@@ -173,11 +173,14 @@ public:
         return this->template insert_node<true>(n, this->make(key, value));
     }
     V& insert(K const& key, V const& value) { return insert(this->root, key, value)->value; }
+    // With a default value, to be filled in place.
+    V& insert(K const& key) {
+        return this->template insert_node<true>(this->root, this->make(key))->value;
+    }
     // The value of the key, after inserting a default one when there is none.
     V& find_or_insert(K const& key) {
         V* const value = find(key);
-        return value ? *value
-                     : this->template insert_node<true>(this->root, this->make(key))->value;
+        return value ? *value : insert(key);
     }
     bool erase_key(K const& key) {
         element* const n = this->find_node(this->root, key);

@@ -107,6 +107,12 @@ void str::move_to_smaller_block(int smaller) {
     } while (member != this);
 }
 
+int str::three_way(str const& other) const {
+    int const common = length() < other.length() ? length() : other.length();
+    int const order = common ? memcmp(data(), other.data(), size_t(common)) : 0;
+    return order ? order : length() - other.length();
+}
+
 void str::append(unsigned char const* bytes, int count) {
     if (count > 0) {
         writable(count);
@@ -209,7 +215,7 @@ void str::set_length(int count) {
     if (ref && next == this && count >= 0 && count <= ref->capacity - start) {
         end = start;
         extend(count);
-    } else if (log_level >= 1) {
-        log_add_message(1, str::sprintf("Cannot set length %d", count), str::null);
+    } else {
+        log_text(1, "Cannot set length %d", count);
     }
 }

@@ -15,7 +15,6 @@
 
 #include "lib/pool_poison.h"
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -36,7 +35,7 @@ public:
     str(str const& other) : str() { linkto(other); }
     str(char const* text);                       // nullptr counts as ""
     str(unsigned char const* bytes, int count);  // nullptr: `count` bytes for the caller to fill
-    str(unsigned char byte, int count);
+    str(unsigned char byte, int count);          // of that very type: an int would mean its digits
     str(char byte, int count);
     str(unsigned char a, unsigned char b);
     str(unsigned char a, unsigned char b, unsigned char c);
@@ -85,17 +84,7 @@ public:
     void append(unsigned char const* bytes, int count);
     str& operator+=(str const& other);
     str& operator+=(char const* text);
-    str& operator+=(unsigned char byte) {
-        if (has_room(1)) {
-            unsigned int const position = unsigned(end);
-            extend(1);
-            ref->data()[position] = byte;
-        } else {
-            relocate(1);
-            ref->data()[end - 1] = byte;
-        }
-        return *this;
-    }
+    str& operator+=(unsigned char byte);
     str& operator+=(char byte) { return *this += static_cast<unsigned char>(byte); }
     str operator+(str const& other) const;
 
@@ -174,21 +163,22 @@ public:
     // XORs the first `count` bytes with `byte`; a shorter value first grows by zero bytes.
     void xor_bytes(unsigned char byte, int count);
 
-    // Formats a text: %d %u %c %s (a str) %S (char const*) %x (four digits) %h %H (hex dump of a
-    // str) %%; see str_format.cpp. A missing or mistyped argument yields 0 or nothing.
+    // Formats a text; the conversions are listed in lib/str_format.h, which callers include.
     template<class... arguments>
     static str sprintf(char const* format, arguments const&... values);
     static int const& arg_int(int const& value) { return value; }
     static str const& arg_str(str const& value) { return value; }
     // Upper-case hex; `digits` other than 0: exactly so many, zero-padded or cut on the left.
     static str hex_text(unsigned int value, int digits);
+    static str decimal(long long value);  // plain, of any size
 
     // Whole files. Backslashes in paths count as slashes, except for remove_file. Failures are
     // logged at level 1, unless `quiet`.
     static str read_file(str const& path, bool quiet = false);  // null on failure
-    // At most the first `size_max` bytes; null for anything but a regular file. Never waits.
-    static str read_regular_file(str const& path, int size_max);
-    bool write_file(str const& path) const;    // creates missing directories
+    bool write_file(str const& path) const;                     // creates missing directories
+    // As write_file, for a file that must survive a power cut: at any moment it is the old one or
+    // the new one, whole. Keeps its mode. When it fails the old file stays.
+    bool replace_file(str const& path) const;
     static void create_path(str const& path);  // the directories above the last component
     static void remove_file(str const& path, bool quiet);
     // Also across file systems; the file at `to` is the old one or the new one at any time.
@@ -199,7 +189,10 @@ public:
     static str list_directory(str const& path, bool long_form);
 
     // The pool. Sizes in bytes.
-    static constexpr int block_class_count = 18;
+    static constexpr int header_size = 16;        // of a block, in front of its data
+    static constexpr int smallest_block = 16;     // data of the first class
+    static constexpr int largest_block = 262128;  // data of the last class
+    static constexpr int block_class_count = 18;  // the last four are spare
     static block_class block_size[block_class_count];
     static unsigned int allocated_size;  // data ever obtained from the system
     static int large_blocks;             // blocks above the largest class, ever obtained
@@ -238,40 +231,30 @@ public:
         str* anchor;           // a member of the ring
 #endif
         int capacity;  // bytes of data behind this header
-        // Of a free block: how many follow it in memory and so on the list, never used so far.
-        unsigned int flags;
+        union {
+            unsigned int flags;      // of a block in use
+            unsigned int untouched;  // of a free one: how many behind it were never used so far
+        };
 
         unsigned char* data() {
             return reinterpret_cast<unsigned char*>(this + 1);
         }
     };
-    static_assert(sizeof(reference) == 16);
+    static_assert(sizeof(reference) == header_size);
 
     enum reference_flag : unsigned int {
         flag_pinned = 1,  // a raw pointer was handed out: never move the bytes
         flag_raw = 4,     // taken by str::malloc
-        flag_array = 8,
+        flag_array = 8,   // by operator new[] or a container
     };
 
 private:
     // Whether this value is the only user of its block, which has room for `count` more bytes.
-    bool has_room(int count) const {
-        // One branch less: appending bytes comes down to this line.
-        return ref && ((next == this) & (count <= ref->capacity - end));
-    }
+    bool has_room(int count) const;
     // Makes room for `count` more bytes, which the caller then writes, in a block of its own.
-    void writable(int count) {
-        if (has_room(count)) {
-            extend(count);
-        } else {
-            relocate(count);
-        }
-    }
-    void extend(int count) {
-        end += count;
-        unpoison(ref->data() + end - count, count);
-    }
-    void relocate(int count);
+    void writable(int count);
+    void extend(int count);    // in place
+    void relocate(int count);  // in a new block
     void reserve(int count);
     void fill(unsigned char const* bytes, int count);
     reference* get_cstring(int size) {
@@ -279,29 +262,11 @@ private:
     }
 
     // Takes over the view of the other; this value must have no block.
-    void linkto(str const& other) {
-        ref = other.ref;
-        start = other.start;
-        end = other.end;
-        if (ref) {
-            add_to_list(other);
-        }
-    }
-    void add_to_list(str const& other) {
-        prev = const_cast<str*>(&other);
-        next = other.next;
-        next->prev = this;
-        other.next = this;
-    }
+    void linkto(str const& other);
+    void add_to_list(str const& other);
     void remove_from_list();
     void compress();
     void move_to_smaller_block(int smaller);
-
-    static uint64_t big_endian_word(unsigned char const* bytes) {
-        uint64_t word;
-        memcpy(&word, bytes, sizeof word);
-        return std::endian::native == std::endian::big ? word : __builtin_bswap64(word);
-    }
 
     unsigned char* data() {
         return ref ? ref->data() + start : nullptr;
@@ -311,8 +276,8 @@ private:
     }
     bool byte_behind_is_zero() const;
 
-    template<class predicate>
-    str bytewise(str const& other, predicate combine) const;
+    template<class function>
+    str bytewise(str const& other, function combine) const;
     static str format(char const* format, format_arguments arguments);
     void convert(char conversion, bool zero_flag, int width, format_arguments& arguments);
     void append_number(int value, bool zero_flag, int width);
@@ -325,108 +290,4 @@ private:
     int end = 0;    // one past the last
 };
 
-inline void str::cleanup() {
-    if (!ref) {
-        return;
-    }
-    if (next == this) {
-        release_cstring(ref);
-    } else {
-        remove_from_list();
-    }
-    allzero();
-}
-
-inline void str::remove_from_list() {
-    str* const follower = next;
-    ref->anchor = follower;
-    prev->next = follower;
-    follower->prev = prev;
-    next = prev = this;
-    follower->compress();
-}
-
-// Run on a member when another has left the ring: when only short views of a large block remain,
-// they move together into a smaller one. (Classes double, so the next lower one is half.)
-inline void str::compress() {
-    int const smaller = (ref->capacity - 16) / 2;
-    bool const lowest_class = smaller < 16;
-    bool const large = ref->capacity > 262128;
-    if (!(ref->flags & flag_pinned) && !lowest_class && !large && length() <= smaller) {
-        move_to_smaller_block(smaller);
-    }
-}
-
-inline str& str::operator=(str const& other) {
-    if (ref && ref == other.ref) {
-        start = other.start;
-        end = other.end;
-    } else if (this != &other) {
-        cleanup();
-        linkto(other);
-    }
-    return *this;
-}
-
-inline bool str::compare_sensitiv(unsigned char const* bytes, int count) const {
-    return length() == count && (count == 0 || memcmp(data(), bytes, size_t(count)) == 0);
-}
-
-inline int str::three_way(str const& other) const {
-    int const common = length() < other.length() ? length() : other.length();
-    unsigned char const* const a = data();
-    unsigned char const* const b = other.data();
-    // Keys mostly differ early: a call of memcmp would cost more than the comparison.
-    if (common >= 8) {
-        uint64_t const first_a = big_endian_word(a);
-        uint64_t const first_b = big_endian_word(b);
-        if (first_a != first_b) {
-            return first_a < first_b ? -1 : 1;
-        }
-    }
-    int const order = common ? memcmp(a, b, size_t(common)) : 0;
-    return order ? order : length() - other.length();
-}
-
-// One argument of str::sprintf in a typed slot.
-struct format_argument {
-    enum kind_type { none, number, bytes, text };
-    kind_type kind;
-    union {
-        int word;
-        str const* value;
-        char const* characters;
-    };
-
-    format_argument() : kind(none), word(0) {}
-    format_argument(int i) : kind(number), word(i) {}
-    format_argument(unsigned int u) : kind(number), word(static_cast<int>(u)) {}
-    format_argument(str const& s) : kind(bytes), value(&s) {}
-    format_argument(char const* s) : kind(text), characters(s) {}
-};
-
-// The arguments still to be formatted. Taking one of another kind yields 0 or nothing.
-struct format_arguments {
-    format_argument const* next;
-    format_argument const* end;
-
-    format_argument take(format_argument::kind_type kind) {
-        format_argument const each = next == end ? format_argument() : *next++;
-        return each.kind == kind ? each : format_argument();
-    }
-    int take_number() { return take(format_argument::number).word; }
-    str const& take_bytes() {
-        format_argument const each = take(format_argument::bytes);
-        return each.kind == format_argument::bytes ? *each.value : str::null;
-    }
-    char const* take_text() {
-        format_argument const each = take(format_argument::text);
-        return each.kind == format_argument::text && each.characters ? each.characters : "";
-    }
-};
-
-template<class... arguments>
-str str::sprintf(char const* format, arguments const&... values) {
-    format_argument const slots[] = {values..., format_argument()};
-    return str::format(format, {slots, slots + sizeof...(values)});
-}
+#include "lib/str_inline.h"

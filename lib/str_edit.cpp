@@ -121,8 +121,8 @@ str str::slashes() const {
     return path;
 }
 
-template<class predicate>
-str str::bytewise(str const& other, predicate combine) const {
+template<class function>
+str str::bytewise(str const& other, function combine) const {
     bool const longer = length() > other.length();
     int const common = longer ? other.length() : length();
     str result('\0', longer ? length() : other.length());

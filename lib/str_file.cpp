@@ -17,25 +17,19 @@ namespace {
 constexpr int read_piece = 2048;     // bytes a read of a file of unknown size
 constexpr int write_piece = 262144;  // bytes a write, at most
 
-void log_failure(char const* format, str const& path) {
-    if (log_level >= 1) {
-        log_add_message(1, str::sprintf(format, path), str::null);
-    }
-}
-
 str read_of_known_size(int fd, int size) {
     str bytes(nullptr, size);
     return read(fd, bytes.buffer(), size_t(size)) == size ? bytes : str::null;
 }
 
-str read_of_unknown_size(int fd, int size_max) {
+str read_of_unknown_size(int fd) {
     str bytes;
     unsigned char piece[read_piece];
     ssize_t count;
-    while (bytes.length() < size_max && (count = read(fd, piece, sizeof piece)) > 0) {
+    while ((count = read(fd, piece, sizeof piece)) > 0) {
         bytes.append(piece, int(count));
     }
-    return bytes.leftstr(size_max);
+    return bytes;
 }
 
 // What fstat says of the file at `path`; false when it cannot be opened or examined.
@@ -52,6 +46,23 @@ bool examine(str path, struct stat& status) {
     return examined;
 }
 
+bool write_all(int fd, str const& bytes, str const& path) {
+    unsigned char const* rest = bytes.cbuffer();
+    int left = bytes.length();
+    while (left > 0) {
+        ssize_t const written = write(fd, rest, size_t(left < write_piece ? left : write_piece));
+        if (written <= 0) {
+            // Intended: 28 is sought in the count, not in errno. Do not test for ENOSPC.
+            log_text(1, written == 28 ? "File system full while writing %s" : "Could not write %s",
+                     path);
+            return false;
+        }
+        rest += written;
+        left -= int(written);
+    }
+    return true;
+}
+
 bool copy_bytes(int source, int target) {
     unsigned char piece[read_piece];
     ssize_t count;
@@ -63,46 +74,29 @@ bool copy_bytes(int source, int target) {
     return count == 0;
 }
 
-// The copy gets its name when it is whole.
-bool copy_file(str& from, str& to) {
-    int const source = descriptors::open_file(from.c_str(), O_RDONLY);
-    if (source < 0) {
-        return false;
+// Fills a file beside `path`, syncs it and then gives it the name: whenever the power goes, the
+// file at `path` is the old one or the new one, whole.
+template<class function>
+bool replace_whole(str& path, mode_t mode, function fill) {
+    str fresh = path + ".new";
+    int fd = descriptors::open_file(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    bool const replaced = fd != -1 && fchmod(fd, mode & 07777) == 0 && fill(fd) && fsync(fd) == 0 &&
+                          rename(fresh.c_str(), path.c_str()) == 0;
+    descriptors::close(fd);
+    if (!replaced) {
+        str::remove_file(fresh, true);
     }
-    struct stat status = {};
-    str copy = to + ".new";
-    str::remove_file(copy, true);  // One that a power cut left would keep its mode.
-    int const target = fstat(source, &status) == 0
-                           ? descriptors::open_file(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                                    status.st_mode & 0777)
-                           : -1;
-    bool const copied = target >= 0 && copy_bytes(source, target);
-    close(source);
-    if (target >= 0) {
-        close(target);
-    }
-    if (copied && rename(copy.c_str(), to.c_str()) == 0) {
-        return true;
-    }
-    str::remove_file(copy, true);
-    return false;
+    return replaced;
 }
 
-bool write_all(int fd, str const& bytes, str const& path) {
-    unsigned char const* rest = bytes.cbuffer();
-    int left = bytes.length();
-    while (left > 0) {
-        ssize_t const written = write(fd, rest, size_t(left < write_piece ? left : write_piece));
-        if (written <= 0) {
-            // Intended: 28 is sought in the count, not in errno. Do not test for ENOSPC.
-            log_failure(written == 28 ? "File system full while writing %s" : "Could not write %s",
-                        path);
-            return false;
-        }
-        rest += written;
-        left -= int(written);
-    }
-    return true;
+bool copy_file(str& from, str& to) {
+    int source = descriptors::open_file(from.c_str(), O_RDONLY);
+    struct stat status;
+    bool const copied =
+        source != -1 && fstat(source, &status) == 0 &&
+        replace_whole(to, status.st_mode, [&](int target) { return copy_bytes(source, target); });
+    descriptors::close(source);
+    return copied;
 }
 
 }  // namespace
@@ -120,33 +114,12 @@ str str::read_file(str const& path, bool quiet) {
     struct stat status;
     if (fstat(fd, &status) != 0) {
         if (!quiet) {
-            log_failure("Could not fstat %s", name);
+            log_text(1, "Could not fstat %s", name);
         }
     } else if (status.st_size == 0) {
-        bytes = read_of_unknown_size(fd, INT_MAX);
+        bytes = read_of_unknown_size(fd);
     } else if (status.st_size > 0 && status.st_size <= INT_MAX) {
         bytes = read_of_known_size(fd, int(status.st_size));
-    }
-    close(fd);
-    return bytes;
-}
-
-str str::read_regular_file(str const& path, int size_max) {
-    str name = path.slashes();
-    if (name.empty()) {
-        return null;
-    }
-    int const fd = descriptors::open_file(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
-        return null;
-    }
-    str bytes;
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-        bytes =
-            status.st_size > 0
-                ? read_of_known_size(fd, status.st_size < size_max ? int(status.st_size) : size_max)
-                : read_of_unknown_size(fd, size_max);
     }
     close(fd);
     return bytes;
@@ -157,7 +130,7 @@ bool str::write_file(str const& path) const {
     create_path(name);
     int const fd = descriptors::open_file(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (fd < 0) {
-        log_failure("Could not open %s for writing", name);
+        log_text(1, "Could not open %s for writing", name);
         return false;
     }
     bool const written = write_all(fd, *this, name);
@@ -168,6 +141,18 @@ bool str::write_file(str const& path) const {
     return written;
 }
 
+bool str::replace_file(str const& path) const {
+    str name = path.slashes();
+    struct stat status;
+    bool const replaced = examine(name, status) && replace_whole(name, status.st_mode, [&](int fd) {
+                              return write_all(fd, *this, name);
+                          });
+    if (!replaced) {
+        log_text(1, "Could not replace %s", name);
+    }
+    return replaced;
+}
+
 void str::create_path(str const& path) {
     str const name = path.slashes();
     str prefix = name[0] == '/' ? str("/") : null;
@@ -176,7 +161,7 @@ void str::create_path(str const& path) {
         if (component.empty()) {
             return;
         }
-        if (!prefix.empty() && !(prefix == "/")) {
+        if (!prefix.empty() && prefix != "/") {
             (void)mkdir(prefix.c_str(), 0xFFFF);  // An existing directory is no error.
             prefix += '/';
         }
@@ -187,7 +172,7 @@ void str::create_path(str const& path) {
 void str::remove_file(str const& path, bool quiet) {
     str name(path);
     if (unlink(name.c_str()) != 0 && !quiet) {
-        log_failure("Cannot remove file %s", path);
+        log_text(1, "Cannot remove file %s", path);
     }
 }
 
@@ -202,10 +187,7 @@ bool str::rename_file(str const& from, str const& to) {
         remove_file(old_name, true);
         return true;
     }
-    if (log_level >= 1) {
-        log_add_message(1, str::sprintf("Cannot rename file %s to %s", old_name, new_name),
-                        str::null);
-    }
+    log_text(1, "Cannot rename file %s to %s", old_name, new_name);
     return false;
 }
 
@@ -243,8 +225,8 @@ str str::list_directory(str const& path, bool long_form) {
             str entry_path = folder + "/" + name;
             bool const examined = lstat(entry_path.c_str(), &status) == 0;
             bool const is_directory = examined && S_ISDIR(status.st_mode);
-            text += str::sprintf(" %s %d", is_directory ? c_dir : c_file,
-                                 examined ? int(status.st_size) : 0);
+            text += str::sprintf(" %s %s", is_directory ? c_dir : c_file,
+                                 decimal(examined ? status.st_size : 0));
         }
         text += crlf;
     }

@@ -1,11 +1,5 @@
-// Number to text, and the formatted text of str::sprintf:
-//
-//   %d  int, zero-padded to the width            %s  str, every byte of it
-//   %u  unsigned int, width ignored              %S  zero-terminated string
-//   %x  exactly four upper-case hex digits       %h  str as lower-case hex digits
-//   %c  one byte, width ignored                  %H  str as upper-case hex digits
-//   %%  one '%'; any other conversion yields nothing
-#include "lib/str.h"
+// Number to text, and the formatted text of str::sprintf.
+#include "lib/str_format.h"
 
 namespace {
 
@@ -70,13 +64,39 @@ str str::hex_text(unsigned int value, int digits) {
     return digits ? (str("00000000") + text).rightstr(digits) : text;
 }
 
+str str::decimal(long long value) {
+    constexpr int unit = 1000000000;  // nine digits at a time
+    int const rest = int(value % unit);
+    if (value == rest) {
+        return str(rest, 0);
+    }
+    return decimal(value / unit) + str(rest < 0 ? -rest : rest, 9);
+}
+
+format_argument format_arguments::take(format_argument::kind_type kind) {
+    format_argument const each = next == end ? format_argument() : *next++;
+    return each.kind == kind ? each : format_argument();
+}
+
+int format_arguments::take_number() {
+    return take(format_argument::number).word;
+}
+
+str const& format_arguments::take_bytes() {
+    format_argument const each = take(format_argument::bytes);
+    return each.kind == format_argument::bytes ? *each.value : str::null;
+}
+
+char const* format_arguments::take_text() {
+    format_argument const each = take(format_argument::text);
+    return each.kind == format_argument::text && each.characters ? each.characters : "";
+}
+
 str str::format(char const* format, format_arguments arguments) {
-    constexpr int usual_length = 112;
     str text;
     if (!format) {
         return text;
     }
-    text.reserve(usual_length);
     char const* plain = format;  // bytes not yet copied
     for (char const* c = format; *c; ++c) {
         if (*c != '%') {

@@ -124,6 +124,7 @@ str str::get_first_line() {
     return line;
 }
 
+// Intended: a line beyond the last removes the whole text. Do not return the text as it is.
 str str::remove_line(int n, bool fold) const {
     int const first = first_letter_of_line(n, fold);
     str const rest = substr(first_letter_of_line(n < INT_MAX ? n + 1 : n, fold));

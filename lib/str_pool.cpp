@@ -1,6 +1,6 @@
 // The block pool: size classes whose blocks, header included, are powers of two from 32 bytes to
 // 256 KiB. Blocks of a class are kept for reuse and never go back to the system; larger ones do.
-#include "lib/str.h"
+#include "lib/str_format.h"
 
 #include <bit>
 #include <climits>
@@ -9,10 +9,8 @@
 
 namespace {
 
-constexpr int header_size = sizeof(str::reference);
 constexpr int chunk_size = 16256;  // bytes asked of the system at once
 constexpr int large_unit = 32768;  // large blocks are multiples of this
-constexpr int largest_class_size = 262128;
 
 void* system_memory(size_t size) {
     void* const memory = ::malloc(size);
@@ -32,33 +30,35 @@ int rounded_up(int size) {
 }  // namespace
 
 constinit str::block_class str::block_size[block_class_count] = {
-    {16},    {48},    {112},   {240},    {496},    {1008}, {2032}, {4080}, {8176},
-    {16368}, {32752}, {65520}, {131056}, {262128}, {0},    {0},    {0},    {0},
+    {smallest_block}, {48},    {112},   {240},    {496},           {1008}, {2032}, {4080}, {8176},
+    {16368},          {32752}, {65520}, {131056}, {largest_block}, {0},    {0},    {0},    {0},
 };
 constinit unsigned int str::allocated_size = 0;
 constinit int str::large_blocks = 0;
 
 namespace {
 
-// Puts a header where none was: memory that no block has needed so far is not touched.
-void put_fresh(str::reference* block, int capacity, int followers) {
-    unpoison(block, header_size);
-    block->capacity = capacity;
-    block->flags = unsigned(followers);
-    block->next_free = nullptr;
+// Makes the first of some blocks that lie one behind the other, none of them used so far, the head
+// of the list. Only its header is written: memory that is not needed is not touched.
+void list_untouched(str::block_class& into, void* memory, int count) {
+    str::reference* const first = static_cast<str::reference*>(memory);
+    unpoison(first, str::header_size);
+    first->capacity = into.size;
+    first->untouched = unsigned(count) - 1;
+    first->next_free = nullptr;
+    into.free_list = first;
 }
 
-// The list of a class is empty. The blocks of the new chunk follow one another on it.
+// The list of a class is empty: one more chunk of blocks for it.
 void carve_chunk(str::block_class& empty) {
-    int const capacity = empty.size;
-    int const in_chunk = chunk_size / (capacity + header_size);
-    int const count = in_chunk > 1 ? in_chunk : 1;
-    str::allocated_size += unsigned(capacity);
+    int const block_bytes = empty.size + str::header_size;
+    int const count = chunk_size > block_bytes ? chunk_size / block_bytes : 1;
+    str::allocated_size += unsigned(empty.size);
     empty.carved += count;
-    size_t const size = size_t(count) * (size_t(capacity) + header_size);
-    empty.free_list = static_cast<str::reference*>(system_memory(size));
-    poison(empty.free_list, int(size));
-    put_fresh(empty.free_list, capacity, count - 1);
+    size_t const size = size_t(count) * size_t(block_bytes);
+    void* const memory = system_memory(size);
+    poison(memory, int(size));
+    list_untouched(empty, memory, count);
 }
 
 str::reference* take_block(str::block_class& from) {
@@ -66,12 +66,10 @@ str::reference* take_block(str::block_class& from) {
         carve_chunk(from);
     }
     str::reference* const block = from.free_list;
-    int const followers = int(block->flags);
-    if (followers == 0) {
+    if (block->untouched == 0) {
         from.free_list = block->next_free;
     } else {
-        from.free_list = reinterpret_cast<str::reference*>(block->data() + block->capacity);
-        put_fresh(from.free_list, block->capacity, followers - 1);
+        list_untouched(from, block->data() + block->capacity, int(block->untouched));
     }
     return block;
 }
@@ -79,7 +77,7 @@ str::reference* take_block(str::block_class& from) {
 str::reference* take_large_block(int size) {
     int const capacity = rounded_up(size);
     str::reference* const block =
-        static_cast<str::reference*>(system_memory(size_t(capacity) + header_size));
+        static_cast<str::reference*>(system_memory(size_t(capacity) + str::header_size));
     block->capacity = capacity;
     str::allocated_size += unsigned(capacity);
     ++str::large_blocks;
@@ -89,11 +87,11 @@ str::reference* take_large_block(int size) {
 }  // namespace
 
 int str::find_bin(int size) {
-    if (size > largest_class_size) {
+    if (size > largest_block) {
         return block_class_count;
     }
-    // Class k holds 2^(k+5) - 16 bytes.
-    return size <= 16 ? 0 : std::bit_width(static_cast<unsigned int>(size + 15)) - 5;
+    // With its header a block of class k takes 2^(k+5) bytes.
+    return size <= smallest_block ? 0 : std::bit_width(unsigned(size + header_size - 1)) - 5;
 }
 
 str::reference* str::get_cstring_static(int size, str* owner) {
@@ -116,7 +114,7 @@ void str::release_cstring(reference* block) {
     }
     poison(block->data(), block->capacity);
     block->anchor = nullptr;
-    block->flags = 0;
+    block->untouched = 0;
     block->next_free = block_size[bin].free_list;
     block_size[bin].free_list = block;
 }

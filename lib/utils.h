@@ -38,6 +38,8 @@ bool conv6(ip_port const& endpoint, sockaddr_in6& address);
 str int2str(unsigned int value, int count);
 // All bytes as one big-endian number, of which the last four count; 0 for none.
 int str2int(str const& bytes);
+// The big-endian number in `size` bytes at `offset`; bytes outside read as zero.
+unsigned int number_at(str const& bytes, int offset, int size);
 // Four bytes at `offset`; 0 when they do not all lie inside.
 unsigned int str2ulong(str const& bytes, int offset);
 

@@ -77,7 +77,7 @@ namespace {
 constexpr int group_count = 8;
 
 unsigned int group_at(str const& adr, int n) {
-    return adr[2 * n] * 256U + adr[2 * n + 1];
+    return utils::number_at(adr, 2 * n, 2);
 }
 
 struct zero_run {
@@ -122,24 +122,6 @@ void append_groups(str& text, str const& adr, int first, int end) {
     }
 }
 
-str readable_ipv4(str const& adr) {
-    str text;
-    for (int n = 0; n < 4; ++n) {
-        int const byte = adr[n];
-        if (n > 0) {
-            text += '.';
-        }
-        if (byte >= 100) {
-            text += static_cast<char>('0' + byte / 100);
-        }
-        if (byte >= 10) {
-            text += static_cast<char>('0' + byte / 10 % 10);
-        }
-        text += static_cast<char>('0' + byte % 10);
-    }
-    return text;
-}
-
 str readable_ipv6(str const& adr) {
     zero_run const run = find_zero_run(adr);
     str text;
@@ -159,7 +141,8 @@ str utils::readable_ip(str const& adr, bool brackets) {
     if (adr.length() == ip_port::ipv6_length) {
         return brackets ? str::sprintf("[%s]", readable_ipv6(adr)) : readable_ipv6(adr);
     }
-    return readable_ipv4(adr.length() == 4 ? adr : str::null);
+    str const four = adr.length() == 4 ? adr : str::null;  // which reads as zeros
+    return str::sprintf("%d.%d.%d.%d", four[0], four[1], four[2], four[3]);
 }
 
 str utils::readable_ip(ip_port const& endpoint) {
@@ -202,7 +185,7 @@ bool utils::conv4(ip_port const& endpoint, sockaddr_in& address) {
     address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(endpoint.port));
-    address.sin_addr.s_addr = htonl(static_cast<uint32_t>(str2int(padding(endpoint.adr, 4, 0))));
+    address.sin_addr.s_addr = htonl(number_at(endpoint.adr, 0, 4));
     return true;
 }
 
@@ -224,17 +207,20 @@ str utils::int2str(unsigned int value, int count) {
     return bytes;
 }
 
-int utils::str2int(str const& bytes) {
-    unsigned int sum = 0;
-    for (int i = 0; i < bytes.length(); ++i) {
-        sum = sum << 8 | bytes[i];
+unsigned int utils::number_at(str const& bytes, int offset, int size) {
+    unsigned int number = 0;
+    for (int i = offset; i < offset + size; ++i) {
+        number = number << 8 | bytes[i];
     }
-    return static_cast<int>(sum);
+    return number;
+}
+
+int utils::str2int(str const& bytes) {
+    return static_cast<int>(number_at(bytes, 0, bytes.length()));
 }
 
 unsigned int utils::str2ulong(str const& bytes, int offset) {
-    str const four = bytes.substr(offset, 4);
-    return four.length() == 4 ? static_cast<unsigned int>(str2int(four)) : 0;
+    return offset >= 0 && offset + 4 <= bytes.length() ? number_at(bytes, offset, 4) : 0;
 }
 
 str utils::get_mac_addr() {
@@ -243,9 +229,7 @@ str utils::get_mac_addr() {
     for (int n = 0; n < 6; ++n) {
         mac += content.get_field(n, ':');
     }
-    if (log_level >= 5) {
-        log_add_message(5, str::sprintf("Read MAC address %s", mac), str::null);
-    }
-    bool const usable = !mac.empty() && !(mac.leftstr(6) == "000000");
+    log_text(5, "Read MAC address %s", mac);
+    bool const usable = !mac.empty() && mac.leftstr(6) != "000000";
     return usable ? mac.toupper() : str(default_mac);
 }

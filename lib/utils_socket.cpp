@@ -16,19 +16,6 @@ constexpr int tcp_backlog = 10;
 constexpr int device_name_size = 32;  // bytes of the SO_BINDTODEVICE argument
 unsigned char receive_buffer[receive_size];
 
-template<class argument>
-void log_failure(int level, char const* format, argument const& value) {
-    if (log_level >= level) {
-        log_add_message(level, str::sprintf(format, value), str::null);
-    }
-}
-
-void log_endpoint_failure(int level, char const* format, ip_port const& endpoint) {
-    if (log_level >= level) {
-        log_add_message(level, str::sprintf(format, utils::readable_ip(endpoint)), str::null);
-    }
-}
-
 bool switch_to_nonblocking(int fd) {
     int on = 1;
     return ioctl(fd, FIONBIO, &on) == 0;
@@ -42,18 +29,13 @@ struct socket_address {
         sockaddr_in6 ipv6;
     };
     socklen_t size;
+    bool is_set;
 
     explicit socket_address(ip_port const& endpoint)
         : socket_address(endpoint, endpoint.is_ipv6()) {}
-    socket_address(ip_port const& endpoint, bool is_ipv6) {
-        if (is_ipv6) {
-            utils::conv6(endpoint, ipv6);
-            size = sizeof ipv6;
-        } else {
-            utils::conv4(endpoint, ipv4);
-            size = sizeof ipv4;
-        }
-    }
+    socket_address(ip_port const& endpoint, bool is_ipv6)
+        : size(is_ipv6 ? sizeof ipv6 : sizeof ipv4),
+          is_set(is_ipv6 ? utils::conv6(endpoint, ipv6) : utils::conv4(endpoint, ipv4)) {}
 };
 
 ip_port wildcard(int port) {
@@ -117,17 +99,17 @@ void utils::copy_interface_name(char* destination, str const& name) {
 }
 
 int utils::open_udp_socket(int port, bool ipv6) {
-    int const fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0) {
-        return fd;
+    int fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM, 0);
+    if (fd == -1) {
+        return -1;
     }
     int const on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     socket_address const local(wildcard(port), ipv6);
     if (bind(fd, &local.generic, local.size) != 0) {
-        log_failure(1, ipv6 ? "UDPv6: binding to port %d failed" : "UDP: binding to port %d failed",
-                    port);
-        close(fd);
+        log_text(1, ipv6 ? "UDPv6: binding to port %d failed" : "UDP: binding to port %d failed",
+                 port);
+        descriptors::close(fd);
         return -1;
     }
     set_nonblocking(fd);
@@ -135,13 +117,13 @@ int utils::open_udp_socket(int port, bool ipv6) {
 }
 
 void utils::close_udp_socket(int fd) {
-    close(fd);
+    (void)close(fd);
 }
 
 int utils::open_udp_client(int port, ip_port const& peer, int interface_index) {
     int const fd = open_udp_socket(port, peer.is_ipv6());
-    if (fd < 0) {
-        return fd;
+    if (fd == -1) {
+        return -1;
     }
     socket_address const remote = reached_by(peer, interface_index);
     (void)connect(fd, &remote.generic, remote.size);  // Without a route, sending fails later.
@@ -150,7 +132,7 @@ int utils::open_udp_client(int port, ip_port const& peer, int interface_index) {
 
 void utils::set_nonblocking(int fd) {
     if (fd >= 0 && !switch_to_nonblocking(fd)) {
-        log_failure(1, "%S", "Could not set non blocking IO");
+        log_text(1, "Could not set non blocking IO");
     }
 }
 
@@ -199,36 +181,37 @@ ip_port utils::local_endpoint(int fd, bool ipv6) {
 }
 
 int utils::open_tcp_listener(int port, bool ipv6) {
-    int const fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
+    int fd = descriptors::open_socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
     socket_address const local(wildcard(port), ipv6);
-    if (fd >= 0 && bind(fd, &local.generic, local.size) == 0 && switch_to_nonblocking(fd) &&
+    if (fd != -1 && bind(fd, &local.generic, local.size) == 0 && switch_to_nonblocking(fd) &&
         listen(fd, tcp_backlog) == 0) {
         return fd;
     }
-    if (fd >= 0) {
-        close(fd);
-    }
-    log_failure(3,
-                ipv6 ? "Could not open TCP socket [::]:%d" : "Could not open TCP socket 0.0.0.0:%d",
-                port);
+    descriptors::close(fd);
+    log_text(3, ipv6 ? "Could not open TCP socket [::]:%d" : "Could not open TCP socket 0.0.0.0:%d",
+             port);
     return -1;
 }
 
 int utils::connect_tcp(ip_port const& peer) {
     socket_address const remote(peer);
-    int const fd = descriptors::open_socket(remote.generic.sa_family, SOCK_STREAM, 0);
-    if (fd < 0) {
-        log_endpoint_failure(1, "Could not open a socket for %s", peer);
+    if (!remote.is_set) {
+        log_text(1, "Could not set destination %s", readable_ip(peer));
+        return -1;
+    }
+    int fd = descriptors::open_socket(remote.generic.sa_family, SOCK_STREAM, 0);
+    if (fd == -1) {
+        log_text(1, "Could not open a socket for %s", readable_ip(peer));
         return -1;
     }
     if (!switch_to_nonblocking(fd)) {
-        close(fd);
-        log_failure(1, "%S", "Could not set socket for non blocking IO");
+        descriptors::close(fd);
+        log_text(1, "Could not set socket for non blocking IO");
         return -1;
     }
     if (connect(fd, &remote.generic, remote.size) != 0 && errno != EINPROGRESS) {
-        close(fd);
-        log_endpoint_failure(3, "Could not connect to %s", peer);
+        descriptors::close(fd);
+        log_text(3, "Could not connect to %s", readable_ip(peer));
         return -1;
     }
     return fd;
@@ -265,13 +248,13 @@ int utils::send_tcp(int fd, str& data) {
 }
 
 int get_interface_index(str const& name) {
-    int const fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0) {
+    int fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd == -1) {
         return 0;
     }
     ifreq request = {};
     utils::copy_interface_name(request.ifr_name, name);
-    int const result = ioctl(fd, SIOCGIFINDEX, &request);
-    close(fd);
-    return result == 0 ? request.ifr_ifindex : 0;
+    bool const is_known = ioctl(fd, SIOCGIFINDEX, &request) == 0;
+    descriptors::close(fd);
+    return is_known ? request.ifr_ifindex : 0;
 }

@@ -1,6 +1,7 @@
 #include "lib/utils.h"
 
 #include "core/device_paths.h"
+#include "lib/str_format.h"
 
 #include <cstdlib>
 

@@ -12,7 +12,7 @@ bool cdata_starts(str const& text, int i) {
     while (text[i] == '[') {
         ++i;
     }
-    if (!(text.substr(i, 5) == "CDATA")) {
+    if (text.substr(i, 5) != "CDATA") {
         return false;
     }
     i += 5;

@@ -29,27 +29,28 @@ constexpr int eapol_version = 1;
 enum eapol_type { eapol_eap = 0, eapol_start = 1 };
 
 enum eap_code { code_request = 1, code_response = 2, code_success = 3, code_failure = 4 };
-enum eap_type : unsigned char {  // RFC 3748, 5
+enum eap_type {  // RFC 3748, 5
     type_identity = 1,
     type_notification = 2,
     type_nak = 3,
     type_md5_challenge = 4,
 };
 
-constexpr int starts_max = 3;
-constexpr int start_interval = 1;     // seconds
+constexpr int starts_max = 3;         // as maxStart of IEEE 802.1X-2001
+constexpr int start_interval = 1;     // seconds, where its startPeriod is 30
 constexpr int challenge_length = 16;  // bytes; a shorter one gets no digest
+
+str eapol_header(eapol_type type, int body_length) {
+    return utils::int2str(eapol_version, 1) + utils::int2str(type, 1) +
+           utils::int2str(unsigned(body_length), 2);
+}
 
 str md5_response(unsigned char identifier, str const& type_data) {
     str const challenge = type_data.substr(1, type_data[0]);
-    if (log_level >= 7) {
-        log_add_message(7, str::sprintf("802.1X Challenge %h", challenge), str::null);
-    }
+    log_text(7, "802.1X Challenge %h", challenge);
     str digest;
     if (challenge.length() >= challenge_length) {
-        str input;
-        input += identifier;
-        digest = auth_md5_bin(input + ieee_802_1x_password + challenge);
+        digest = auth_md5_bin(utils::int2str(identifier, 1) + ieee_802_1x_password + challenge);
     }
     return utils::int2str(unsigned(digest.length()), 1) + digest;
 }
@@ -73,7 +74,7 @@ void lldp::eapol_tick() {
         start_lldp();
         return;
     }
-    send_eap(utils::int2str(eapol_version << 8 | eapol_start, 2) + utils::int2str(0, 2));
+    send_eap(eapol_header(eapol_start, 0));
     timer.callback(rtimestamp::s2ticks(start_interval), callback_argument(resend_proc, name));
 }
 
@@ -85,22 +86,20 @@ void lldp::send_eap(str const& eapol) {
 }
 
 void lldp::send_eap_response(unsigned char identifier, unsigned char type, str const& data) {
-    str const length = utils::int2str(unsigned(eap_header_length + 1 + data.length()), 2);
-    send_eap(utils::int2str(eapol_version << 8 | eapol_eap, 2) + length +
-             utils::int2str(code_response << 8 | unsigned(identifier), 2) + length +
+    int const length = eap_header_length + 1 + data.length();
+    send_eap(eapol_header(eapol_eap, length) + utils::int2str(code_response, 1) +
+             utils::int2str(identifier, 1) + utils::int2str(unsigned(length), 2) +
              utils::int2str(type, 1) + data);
 }
 
 void lldp::process_eap(str const& frame) {
-    if (log_level >= 8) {
-        log_add_message(8, str::sprintf("EAP: Received %h", frame), str::null);
-    }
+    log_text(8, "EAP: Received %h", frame);
     str const eapol = frame.substr(ethernet_header_length);
     if (eapol.length() < eapol_header_length || eapol[0] != eapol_version ||
         eapol[1] != eapol_eap) {
         return;
     }
-    int const body_length = utils::str2int(eapol.substr(2, 2));
+    int const body_length = int(utils::number_at(eapol, 2, 2));
     str body = eapol.substr(eapol_header_length, body_length);
     if (body.length() < body_length) {
         return;
@@ -109,36 +108,34 @@ void lldp::process_eap(str const& frame) {
     // a timeout.
     timer.clear();
     state = state_eapol_authenticating;
-    while (body.length() >= eap_header_length) {
-        int const length = utils::str2int(body.substr(2, 2));
+    bool is_decided = false;
+    while (body.length() >= eap_header_length && !is_decided) {
+        int const length = int(utils::number_at(body, 2, 2));
         if (length < eap_header_length || length > body.length()) {
             return;
         }
-        process_eap_packet(body.leftstr(length));
+        is_decided = process_eap_packet(body.leftstr(length));
         body = body.substr(length);
     }
 }
 
+// Whether it was the authenticator's verdict: what follows that in a frame does not count.
 // Intended: a port that refuses the device does not keep it from trying the network.
-void lldp::process_eap_packet(str const& eap) {
+bool lldp::process_eap_packet(str const& eap) {
     switch (eap[0]) {
     case code_request:
         answer_request(eap);
-        break;
+        return false;
     case code_success:
-        if (log_level >= 7) {
-            log_add_message(7, "802.1X authentication done", str::null);
-        }
+        log_text(7, "802.1X authentication done");
         start_lldp();
-        break;
+        return true;
     case code_failure:
-        if (log_level >= 1) {
-            log_add_message(1, "802.1X authentication failed", str::null);
-        }
+        log_text(1, "802.1X authentication failed");
         start_lldp();
-        break;
+        return true;
     default:
-        break;
+        return false;
     }
 }
 
@@ -150,9 +147,7 @@ void lldp::answer_request(str const& request) {
         send_eap_response(identifier, type_identity, ieee_802_1x_username);
         break;
     case type_notification:
-        if (log_level >= 2) {
-            log_add_message(2, str::sprintf("802.1X notification: %s", type_data), str::null);
-        }
+        log_text(2, "802.1X notification: %s", type_data);
         send_eap_response(identifier, type_notification, str::null);
         break;
     case type_nak:

@@ -2,40 +2,34 @@
 
 #include "config/settings.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/packet_socket.h"
 #include "lib/utils.h"
 
-#include <initializer_list>
 #include <sys/socket.h>
-#include <unistd.h>
 
 constinit smap<str, lldp> lldp::clients;
 
 namespace {
 
-constexpr int fast_frames = 3;     // frames a second apart after the start
+constexpr int fast_frames = 3;     // a second apart after the start; ANSI/TIA-1057 has 4
 constexpr int fast_interval = 1;   // seconds
-constexpr int slow_interval = 30;  // seconds
+constexpr int slow_interval = 30;  // seconds: msgTxInterval of IEEE 802.1AB-2009, 9.2.5.7
 // ANSI/TIA-1057, 10.2.2.2: types below this one are endpoints, not switches.
 constexpr int device_type_connectivity = 4;
 
 }  // namespace
 
 lldp::~lldp() {
-    for (int fd : {eapol_fd, lldp_fd}) {
-        if (fd != -1) {
-            close(fd);
-        }
-    }
+    descriptors::close(eapol_fd);
+    descriptors::close(lldp_fd);
 }
 
 void lldp::start(str const& ifname) {
     name = ifname;
     interface_index = get_interface_index(name);
     bool const is_guarded = !ieee_802_1x_username.empty();
-    if (log_level >= 9) {
-        log_add_message(9, is_guarded ? "Starting 802.1X" : "Starting LLDP", str::null);
-    }
+    log_text(9, is_guarded ? "Starting 802.1X" : "Starting LLDP");
     if (is_guarded) {
         start_eapol();
     } else {
@@ -71,7 +65,8 @@ void lldp::tick() {
     case state_lldp:
         lldp_tick();
         break;
-    default:
+    case state_idle:
+    case state_eapol_authenticating:
         break;
     }
 }
@@ -89,9 +84,7 @@ void lldp::lldp_tick() {
 }
 
 void lldp::send_frame() {
-    if (log_level >= 9) {
-        log_add_message(9, "Send LLDP", str::null);
-    }
+    log_text(9, "Send LLDP");
     setup_packet();
     str const frame = packet.serialize();
     packet_socket::send(lldp_fd, lldp_packet::ether_type, interface_index, frame.leftstr(6), frame);
@@ -110,24 +103,20 @@ void lldp::process_lldp(str const& frame) {
         application != lldp_packet::application_softphone_voice) {
         return;
     }
-    unsigned int const word = unsigned(utils::str2int(policy.substr(1, 3)));
+    unsigned int const word = utils::number_at(policy, 1, 3);
     if (!(word & lldp_packet::policy_tagged)) {
         return;
     }
     int const vlan = int(word >> lldp_packet::policy_vlan_shift & 0xFFF);
     int const priority = int(word >> lldp_packet::policy_priority_shift & 7);
     int const dscp = int(word & 0x3F);
-    if (vlan == learnt_vlan_id && priority == learnt_priority && dscp == learnt_dscp) {
+    if (vlan == voice_vlan && priority == voice_priority && dscp == voice_dscp) {
         return;
     }
-    learnt_vlan_id = vlan;
-    learnt_priority = priority;
-    learnt_dscp = dscp;
-    if (log_level >= 8) {
-        log_add_message(8,
-                        str::sprintf("LLDP: VLAN=%d, Priority=%d, DSCP=%d", vlan, priority, dscp),
-                        str::null);
-    }
+    voice_vlan = vlan;
+    voice_priority = priority;
+    voice_dscp = dscp;
+    log_text(8, "LLDP: VLAN=%d, Priority=%d, DSCP=%d", vlan, priority, dscp);
     start_dhcp();
 }
 

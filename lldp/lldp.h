@@ -53,7 +53,7 @@ public:
     void send_eap(str const& eapol);
     void send_eap_response(unsigned char identifier, unsigned char type, str const& data);
 
-    int state = state_idle;
+    state_type state = state_idle;
     int eapol_fd = -1;  // -1 when closed
     int lldp_fd = -1;   // -1 when closed
     int interface_index = 0;
@@ -61,17 +61,17 @@ public:
     str management_address;  // binary; empty until known
     lldp_packet packet;      // the last one announced
     timeout timer;
-    int counter = 0;         // ticks of the current phase
-    int learnt_vlan_id = 0;  // 0: none
-    int learnt_priority = 0;
-    int learnt_dscp = 0;
+    int counter = 0;     // ticks of the current phase
+    int voice_vlan = 0;  // from the switch, else from the settings; 0: none
+    int voice_priority = 0;
+    int voice_dscp = 0;
     bool dhcp_started = false;
 
 private:
     void tick();
     void eapol_tick();
     void lldp_tick();
-    void process_eap_packet(str const& eap);
+    bool process_eap_packet(str const& eap);
     void answer_request(str const& request);
     void send_frame();
     unsigned int policy_word() const;

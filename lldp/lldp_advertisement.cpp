@@ -1,6 +1,7 @@
 // What the base station announces.
 #include "config/settings.h"
 #include "core/device_paths.h"
+#include "lib/str_format.h"
 #include "lib/utils.h"
 #include "lldp/lldp.h"
 
@@ -13,17 +14,17 @@ constexpr char hardware_revision[] = "Rev. 1";
 constexpr char manufacturer[] = "Brakwell Devices AG";
 constexpr char model[] = "q7";
 
-constexpr int time_to_live = 120;                             // seconds
-constexpr unsigned char chassis_subtype_network_address = 5;  // IEEE 802.1AB-2009, 8.5.2.2
-constexpr unsigned char port_subtype_mac_address = 3;         // 8.5.3.2
-constexpr unsigned char interface_subtype_unknown = 1;        // 8.5.9.5
-constexpr unsigned int capability_telephone = 0x0020;         // 8.5.8.1
+constexpr int time_to_live = 120;                            // seconds
+constexpr unsigned int chassis_subtype_network_address = 5;  // IEEE 802.1AB-2009, 8.5.2.2
+constexpr unsigned int port_subtype_mac_address = 3;         // 8.5.3.2
+constexpr unsigned int interface_subtype_unknown = 1;        // 8.5.9.5
+constexpr unsigned int capability_telephone = 0x0020;        // 8.5.8.1
 constexpr unsigned int med_capabilities = 0x0023;  // capabilities, network policy, inventory
-constexpr unsigned char device_type_endpoint_3 = 3;
+constexpr unsigned int device_type_endpoint_3 = 3;
 constexpr int inventory_length_max = 32;  // ANSI/TIA-1057, 10.2.6
 
 // IEEE 802.3 MAC/PHY configuration and status (IEEE 802.1AB-2009, annex F.2).
-constexpr unsigned char autonegotiation_enabled = 0x03;  // and supported
+constexpr unsigned int autonegotiation_enabled = 0x03;  // and supported
 constexpr unsigned int advertised_modes = 0x6600;
 enum mau_type {  // RFC 4836, dot3MauType
     mau_unknown = 0,
@@ -33,21 +34,22 @@ enum mau_type {  // RFC 4836, dot3MauType
     mau_100basetx_full = 16,
 };
 
-unsigned char address_family(str const& address) {  // IANA address family numbers
+unsigned int address_family(str const& address) {  // IANA address family numbers
     return address.length() == ip_port::ipv6_length ? 2 : 1;
 }
 
 str chassis_id(str const& management_address) {
     str const& address = management_address.empty() ? c_0_0_0_0 : management_address;
-    return str(chassis_subtype_network_address, address_family(address)) + address;
+    return utils::int2str(chassis_subtype_network_address, 1) +
+           utils::int2str(address_family(address), 1) + address;
 }
 
 // Intended: the address string length is 5 for IPv6, too. Do not compute it.
 str management_address_value(str const& address) {
-    constexpr unsigned char string_length = 5;
-    str const no_number_no_oid('\0', 5);
-    return str(string_length, address_family(address)) + address +
-           str(interface_subtype_unknown, 1) + no_number_no_oid;
+    constexpr unsigned int string_length = 5;
+    str const no_number_no_oid = utils::int2str(0, 5);
+    return utils::int2str(string_length, 1) + utils::int2str(address_family(address), 1) + address +
+           utils::int2str(interface_subtype_unknown, 1) + no_number_no_oid;
 }
 
 str system_name() {
@@ -89,8 +91,8 @@ mau_type operational_mau_type() {
 
 str mac_phy_status() {
     str const prefix(0x00, 0x12, 0x0F, 0x01);
-    return prefix + str(autonegotiation_enabled, 1) + utils::int2str(advertised_modes, 2) +
-           utils::int2str(operational_mau_type(), 2);
+    return prefix + utils::int2str(autonegotiation_enabled, 1) +
+           utils::int2str(advertised_modes, 2) + utils::int2str(operational_mau_type(), 2);
 }
 
 unsigned int tagged_policy(int vlan, int priority) {
@@ -105,12 +107,12 @@ unsigned int lldp::policy_word() const {
         return lldp_packet::policy_unknown;
     }
     unsigned int word = 0;
-    if (lldp_packet::is_valid_vlan(learnt_vlan_id, learnt_priority)) {
-        word = tagged_policy(learnt_vlan_id, learnt_priority);
+    if (lldp_packet::is_valid_vlan(voice_vlan, voice_priority)) {
+        word = tagged_policy(voice_vlan, voice_priority);
     } else if (lldp_packet::is_valid_vlan(vlan_id, vlan_prio)) {
         word = tagged_policy(vlan_id, vlan_prio);
     }
-    return word | unsigned(learnt_dscp);
+    return word | unsigned(voice_dscp);
 }
 
 void lldp::setup_packet() {
@@ -118,7 +120,7 @@ void lldp::setup_packet() {
     packet.options.clear();
     packet.add_option(lldp_packet::tlv_chassis_id, chassis_id(management_address));
     packet.add_option(lldp_packet::tlv_port_id,
-                      str(port_subtype_mac_address, 1) + utils::hex2bin(mac_addr));
+                      utils::int2str(port_subtype_mac_address, 1) + utils::hex2bin(mac_addr));
     packet.add_option(lldp_packet::tlv_time_to_live, utils::int2str(time_to_live, 2));
     packet.add_option(lldp_packet::tlv_port_description, port_description);
     packet.add_option(lldp_packet::tlv_system_name, system_name());
@@ -132,7 +134,8 @@ void lldp::setup_packet() {
     }
     packet.add_option(lldp_packet::tlv_organization, mac_phy_status());
     packet.add_tia_option(lldp_packet::tia_capabilities,
-                          utils::int2str(med_capabilities, 2) + str(device_type_endpoint_3, 1));
+                          utils::int2str(med_capabilities, 2) +
+                              utils::int2str(device_type_endpoint_3, 1));
     packet.add_tia_option(lldp_packet::tia_network_policy,
                           utils::int2str(lldp_packet::application_voice, 1) +
                               utils::int2str(policy_word(), 3));

@@ -20,7 +20,7 @@ str tia_prefix(int subtype) {
 lldp_packet::lldp_packet(str const& data) {
     str rest = data;
     while (rest.length() >= header_length) {
-        unsigned int const header = unsigned(utils::str2int(rest.leftstr(header_length)));
+        unsigned int const header = utils::number_at(rest, 0, header_length);
         int const type = int(header >> type_shift);
         int const length = int(header & length_mask);
         if (type == tlv_end) {
@@ -38,8 +38,8 @@ void lldp_packet::add_tia_option(int subtype, str const& value) {
 str lldp_packet::get_tia_option(int subtype) const {
     str const prefix = tia_prefix(subtype);
     for (option_list::node const* each = options.head; each; each = each->next) {
-        str const& value = each->value.value;
-        if (each->value.code == tlv_organization && value.leftstr(prefix.length()) == prefix) {
+        str const& value = each->value;
+        if (each->code == tlv_organization && value.leftstr(prefix.length()) == prefix) {
             return value.substr(prefix.length());
         }
     }
@@ -47,16 +47,12 @@ str lldp_packet::get_tia_option(int subtype) const {
 }
 
 str lldp_packet::serialize() const {
-    constexpr int usual_size = 496;
-    str frame(nullptr, usual_size);
-    frame.set_length(0);
-    frame.append(group_address, sizeof group_address);
+    str frame(group_address, sizeof group_address);
     frame += utils::hex2bin(mac_addr);
     frame += utils::int2str(ether_type, 2);
     for (option_list::node const* each = options.head; each; each = each->next) {
-        str const& value = each->value.value;
-        unsigned int const header =
-            (unsigned(each->value.code) << type_shift) + unsigned(value.length());
+        str const& value = each->value;
+        unsigned int const header = (unsigned(each->code) << type_shift) + unsigned(value.length());
         frame += utils::int2str(header, header_length);
         frame += value;
     }

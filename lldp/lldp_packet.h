@@ -59,7 +59,7 @@ public:
     // Parses what follows the Ethernet header. A truncated TLV keeps what there is.
     explicit lldp_packet(str const& data);
 
-    void add_option(int type, str const& value) { options.append({type, value}); }
+    void add_option(int type, str const& value) { options.append(type, value); }
     // A TLV of the Telecommunications Industry Association.
     void add_tia_option(int subtype, str const& value);
     // The information of the first TIA TLV of a subtype; empty when there is none.

@@ -13,7 +13,6 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -23,7 +22,7 @@ constexpr int vlan_mtu = 1496;  // leaves room for the tag in 1500 bytes
 constinit sset<int> created_vlans;
 
 void create_vlan(str const& base, str const& vlan_interface, int vlan, int priority) {
-    int const fd = descriptors::open_socket(AF_INET, SOCK_STREAM, 0);
+    int fd = descriptors::open_socket(AF_INET, SOCK_STREAM, 0);
     vlan_ioctl_args request = {};
     request.cmd = ADD_VLAN_CMD;
     utils::copy_interface_name(request.device1, base);
@@ -37,11 +36,11 @@ void create_vlan(str const& base, str const& vlan_interface, int vlan, int prior
         mapping.vlan_qos = static_cast<short>(priority);
         (void)ioctl(fd, SIOCSIFVLAN, &mapping);
     }
-    close(fd);
+    descriptors::close(fd);
 }
 
 void bring_up(str const& vlan_interface) {
-    int const fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
+    int fd = descriptors::open_socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request = {};
     utils::copy_interface_name(request.ifr_name, vlan_interface);
     if (ioctl(fd, SIOCGIFFLAGS, &request) == 0) {
@@ -50,11 +49,11 @@ void bring_up(str const& vlan_interface) {
     }
     request.ifr_mtu = vlan_mtu;
     (void)ioctl(fd, SIOCSIFMTU, &request);
-    close(fd);
+    descriptors::close(fd);
 }
 
 bool is_host_address(str const& ip) {
-    return ip.length() == 4 && !(ip == c_0_0_0_0) && ip[0] != 0 && ip[3] != 0;
+    return ip.length() == 4 && ip != c_0_0_0_0 && ip[0] != 0 && ip[3] != 0;
 }
 
 // Ones, then at least one zero; neither 0.0.0.0 nor 255.255.255.255.
@@ -62,20 +61,18 @@ bool is_contiguous_mask(str const& mask) {
     if (mask.length() != 4) {
         return false;
     }
-    unsigned int const zeros = ~utils::str2ulong(mask, 0);
+    unsigned int const zeros = ~utils::number_at(mask, 0, 4);
     return zeros != 0 && zeros != ~0U && (zeros & (zeros + 1)) == 0;
 }
 
 }  // namespace
 
 str lldp::setup_vlan_interface() const {
-    if (log_level >= 5) {
-        log_add_message(5, str::sprintf("Using VLAN %d", learnt_vlan_id), str::null);
-    }
-    str const vlan_interface = str::sprintf("%s.%d", name, learnt_vlan_id);
-    if (!created_vlans.contains(learnt_vlan_id)) {
-        created_vlans.insert(learnt_vlan_id);
-        create_vlan(name, vlan_interface, learnt_vlan_id, learnt_priority);
+    log_text(5, "Using VLAN %d", voice_vlan);
+    str const vlan_interface = str::sprintf("%s.%d", name, voice_vlan);
+    if (!created_vlans.contains(voice_vlan)) {
+        created_vlans.insert(voice_vlan);
+        create_vlan(name, vlan_interface, voice_vlan, voice_priority);
         bring_up(vlan_interface);
     }
     return vlan_interface;
@@ -86,11 +83,11 @@ void lldp::start_dhcp() {
         return;
     }
     dhcp_started = true;
-    if (learnt_vlan_id == 0 && lldp_packet::is_valid_vlan(vlan_id, vlan_prio)) {
-        learnt_vlan_id = vlan_id;
-        learnt_priority = vlan_prio;
+    if (voice_vlan == 0 && lldp_packet::is_valid_vlan(vlan_id, vlan_prio)) {
+        voice_vlan = vlan_id;
+        voice_priority = vlan_prio;
     }
-    str const interface_name = learnt_vlan_id > 0 ? setup_vlan_interface() : name;
+    str const interface_name = voice_vlan > 0 ? setup_vlan_interface() : name;
     default_interface_index = get_interface_index(interface_name);
     if (system_ipv4) {
         start_ipv4(interface_name);
@@ -121,9 +118,9 @@ void lldp::stop() {
     dhcp_started = false;
     timer.clear();
     counter = 0;
-    learnt_vlan_id = 0;
-    learnt_priority = 0;
-    learnt_dscp = 0;
+    voice_vlan = 0;
+    voice_priority = 0;
+    voice_dscp = 0;
     if (system_ipv4) {
         dhcp::clients.find_or_insert(name).stop();
     }

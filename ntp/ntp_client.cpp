@@ -23,11 +23,17 @@ constexpr unsigned char client_version_3 = 0x1B;
 constexpr int originate_offset = 24;
 constexpr unsigned char originate_seconds[] = {0x80, 0x03, 0x4B, 0xC0};  // the same in all requests
 
+// RFC 4330, 10 asks for pauses that grow and for no more than one request a minute; here it is
+// five in 20 seconds, then an hour's pause.
 constexpr int attempts_max = 5;
-constexpr int attempts_finished = 99;       // no further one before the long pause
-constexpr int retry_interval = 5;           // seconds
-constexpr int pause_interval = 3600;        // seconds
-constexpr int repeat_in_vain_interval = 5;  // seconds
+constexpr int attempts_finished = 99;  // no further one before the long pause
+constexpr int retry_interval = 5;      // seconds
+constexpr int pause_interval = 3600;   // seconds
+
+// A name takes two questions, one more an alias. Answers that never help must not draw others for
+// ever: after so many questions each one waits first.
+constexpr int questions_at_once = 8;
+constexpr int question_interval = 5;  // seconds
 
 // Intended: a second more than from 1900 to 1970 (modulo 2^32). Do not correct it.
 constexpr unsigned int unix_offset = 2085978497U;
@@ -55,8 +61,7 @@ int start_manual_ntp_server() {
         return 1;
     }
     manual_ntp_started = true;
-    ntp[ntp_from_settings].server = ntp_server;
-    ntp[ntp_from_settings].start_client();
+    ntp[ntp_from_settings].use_server(ntp_server);
     return 0;
 }
 
@@ -68,6 +73,12 @@ void restart_ntp_client(int index) {
 
 bool ntp_client::is_other_selected() const {
     return ntp_server_selected && selected_ntp_client != index;
+}
+
+void ntp_client::use_server(str const& server_text) {
+    server = server_text;
+    questions = 0;
+    start_client();
 }
 
 void ntp_client::start_client() {
@@ -83,22 +94,21 @@ void ntp_client::start_client() {
     schedule_next();
 }
 
-// Asks the resolver, which starts this client again; after an answer that did not help only when
-// some time has passed.
+// Asks the resolver, which starts this client again.
 void ntp_client::request_name(str const& name, dns_resolver::dns_type type) {
     callback_argument const restart(restart_ntp_client, index);
-    if (dns_services.answered_in_vain) {
-        timer.callback(rtimestamp::s2ticks(repeat_in_vain_interval), restart);
-    } else {
-        dns_services.request_dns(name, type, restart);
+    if (questions >= questions_at_once) {
+        --questions;  // The wait pays for one.
+        timer.callback(rtimestamp::s2ticks(question_interval), restart);
+        return;
     }
+    ++questions;
+    dns_services.request_dns(name, type, restart);
 }
 
 // Intended: a request to a resolved address arms no timer. Do not repeat it when no answer comes.
 void ntp_client::resolve_and_send(str const& address) {
-    if (log_level >= 8) {
-        log_add_message(8, str::sprintf("NTP: Trying to resolve %s", address), str::null);
-    }
+    log_text(8, "NTP: Trying to resolve %s", address);
     str const name = dns_services.resolve_alias(address);
     for (dns_resolver::dns_type type : {dns_resolver::type_aaaa, dns_resolver::type_a}) {
         str value;
@@ -112,9 +122,8 @@ void ntp_client::resolve_and_send(str const& address) {
             return;
         }
     }
-    if (log_level >= 1) {
-        log_add_message(1, str::sprintf("NTP: DNS resolution for %s failed", address), str::null);
-    }
+    log_text(1, "NTP: DNS resolution for %s failed", address);
+    questions = 0;
     attempts = attempts_finished;
     schedule_next();
 }
@@ -131,22 +140,20 @@ void ntp_client::send_ntp_packet(str const& server_text) {
     }
     ipv6 = destination.is_ipv6();
     if (socket == -1) {
-        int const fd = utils::open_udp_socket(0, ipv6);
-        if (fd < 0) {
-            return;
-        }
-        socket = fd;
+        socket = utils::open_udp_socket(0, ipv6);
     }
-    utils::send_udp_packet(socket, destination, request_packet(), default_interface_index);
+    if (socket == -1) {
+        return;
+    }
+    questions = 0;
+    (void)utils::send_udp_packet(socket, destination, request_packet(), default_interface_index);
 }
 
 void ntp_client::schedule_next() {
     ++attempts;
     bool const is_selected = ntp_server_selected && selected_ntp_client == index;
     if (attempts == attempts_max && is_selected) {
-        if (log_level >= 5) {
-            log_add_message(5, str::sprintf("NTP: server %s timed out", server), str::null);
-        }
+        log_text(5, "NTP: server %s timed out", server);
         ntp_server_selected = false;
     }
     bool const goes_on = attempts < attempts_max;
@@ -162,9 +169,7 @@ void ntp_client::process_packet(str const& packet) {
         return;
     }
     if (!ntp_server_selected) {
-        if (log_level >= 8) {
-            log_add_message(8, str::sprintf("NTP: Use server %s", server), str::null);
-        }
+        log_text(8, "NTP: Use server %s", server);
         ntp_server_selected = true;
         selected_ntp_client = index;
     }

@@ -16,6 +16,8 @@ class ntp_client {
 public:
     ntp_client();
 
+    // Another server, which is asked at once.
+    void use_server(str const& server_text);
     // One attempt: asks the server, or for its address first. Nothing without a server.
     void start_client();
     void send_ntp_packet(str const& server_text);
@@ -30,6 +32,7 @@ public:
     bool ipv6 = false;  // the last request went to an IPv6 address
     int attempts = 0;   // without an answer
     timeout timer;
+    int questions = 0;  // to the resolver since a time request, the end of a try or another server
 
 private:
     bool is_other_selected() const;

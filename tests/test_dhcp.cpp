@@ -39,7 +39,9 @@ bytes message(int type, bytes const& options) {
 
 void answer(int type, bytes const& options) {
     frame_arrives("eth1", type_ip, headers + message(type, options));  // or, if that is not open:
+    is_broadcast = true;
     datagram_arrives(68, message(type, options));
+    is_broadcast = false;
     run_for(0);
 }
 
@@ -158,6 +160,8 @@ TEST_F(dhcp_test, parsing_keeps_what_there_is_of_damaged_options) {
              {"34 01 02 ff", 66, 0, "51"},           // overload: sname
              {"34 01 03 42 01 07 ff", 66, 0, "51"},  // overload: sname, file, then the rest
              {"34 01 03 42 01 07 ff", 66, 2, "07"},
+             {"34 01 00 34 01 01 ff", 66, 0, ""},       // the first one counts
+             {"34 01 00 34 01 01 ff", 52, 0, "01"},     // a later one is like any other
              {"34 02 01 0c 01 55 ff", 12, 0, "55"}}) {  // its length counts as 1
         dhcp_packet const parsed(to_str(hex("02010600 01020304 0000 8000") + bytes(32, '\0') +
                                         sname_file + cookie + hex(options)));
@@ -278,9 +282,21 @@ TEST_F(dhcp_test, renewal_and_rebinding_come_a_second_after_t1_and_t2_and_keep_n
         run_until(rebinding - 0.01);
         EXPECT_EQ(state() + " " + configured["SIOCSIFADDR eth1"], "RENEWING 192.0.2.50") << times;
         run_until(rebinding);
+        datagram_arrives(68, message(5, lease));
+        run_for(0);
+        EXPECT_EQ(state(), "REBINDING") << "unicast does not arrive without an address";
         play("ack");
         EXPECT_EQ(state() + " " + configured["SIOCSIFADDR eth1"], "BOUND 0.0.0.0") << times;
     }
+}
+
+TEST_F(dhcp_test, t1_and_t2_are_unsigned) {
+    after("start offer");
+    answer(5, server_id + hex("3304 00000e10 3a04 ffffffff 3b04 80000000"));
+    EXPECT_EQ(client().t2_timer.node->key - rtimestamp::now(), 2147483649 * 1000000000);
+    EXPECT_EQ(client().t1_timer.node->key - rtimestamp::now(), 4294967296 * 1000000000);
+    EXPECT_EQ(
+        count_logged("7 DHCPv4: Lease duration is 3600 sec, renewing lease in 4294967295 sec"), 1);
 }
 
 TEST_F(dhcp_test, a_lease_without_a_positive_duration_never_ends) {
@@ -296,7 +312,7 @@ TEST_F(dhcp_test, time_servers_of_settings_and_lease_are_asked_once_known) {
     for (auto const& [setting, options, asked] : table<char const*, char const*, std::string>{
              {"192.0.2.6", "2a08 c0000209 c0000208", "192.0.2.6:123 192.0.2.9:123 "},
              {"192.0.2.7", "2a04 c0000209", ""},
-             {"192.0.2.7", "", "0.0.0.0:123 "},
+             {"192.0.2.7", "2a03 c00002", "0.0.0.0:123 "},
              {"", "2a04 c0000209", ""}}) {
         ntp_server = setting;
         play("start offer");

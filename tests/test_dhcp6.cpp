@@ -119,12 +119,14 @@ TEST_F(dhcp6_test, the_messages_of_a_lease_have_these_bytes) {
 
 TEST_F(dhcp6_test, an_advertise_counts_without_status_text_and_with_server_and_address) {
     bytes const offer = option(2, "server") + option(3, "ia");
-    for (auto const& [options, state_after, still_resends] :
-         table<bytes, std::string, bool>{{offer, "REQUEST", true},
-                                         {offer + option(13, hex("0000")), "REQUEST", true},
-                                         {offer + option(13, hex("0000 6f6b")), "SOLICIT", true},
-                                         {option(3, "ia"), "SOLICIT", false},
-                                         {option(2, "server"), "SOLICIT", false}}) {
+    for (auto const& [options, state_after, still_resends] : table<bytes, std::string, bool>{
+             {offer, "REQUEST", true},
+             {offer + option(13, hex("0000")), "REQUEST", true},
+             {offer + option(13, hex("0000 6f6b")), "SOLICIT", true},
+             {option(2, "s") + option(3, bytes(1023, 'i')), "REQUEST", true},
+             {option(2, "s") + option(3, bytes(1024, 'i')), "SOLICIT", true},
+             {option(3, "ia"), "SOLICIT", false},
+             {option(2, "server"), "SOLICIT", false}}) {
         SetUp();
         run_until(3);
         receive(7, options);

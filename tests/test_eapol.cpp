@@ -120,7 +120,9 @@ TEST_F(eapol_test, the_authenticators_word_leads_to_lldp_its_silence_does_not) {
         switch_says(eapol(""));
         run_until(100);
         EXPECT_EQ(answers(), lines()) << "a frame with no packet has stopped the starts";
-        switch_says(eapol(eap(code, 8, "")));
+        take_log();
+        switch_says(eapol(eap(code, 8, "") + eap(7 - code, 9, "") + eap(1, 9, hex("01"))));
+        EXPECT_EQ(log_records.size(), 3U) << "nothing counts behind a verdict";
         EXPECT_EQ(count_logged(text), 1);
         run_until(103);
         EXPECT_EQ(answers(), (lines{"LLDP at 1000", "LLDP at 1010", "LLDP at 1020"}));

@@ -71,7 +71,7 @@ TEST_F(hash_test, texts_and_http_responses) {
     EXPECT_EQ(md5().final(), "d41d8cd98f00b204e9800998ecf8427e");
     str const nonce = "dcd98b7102dd2f0e8b11d0f600bfb0c093";  // RFC 2617, 3.5
     EXPECT_EQ(digest_response("Mufasa", "testrealm@host.com", "Circle Of Life", "GET",
-                              "/dir/index.html", nonce, "00000001", "0a4f113b", "auth"),
+                              "/dir/index.html", nonce, {"00000001", "0a4f113b", "auth"}),
               "6629fae49393a05397450978507c4ef1");
     EXPECT_EQ(
         stored_digest_response("939e7578ed9e3c518a452acee763bce9", "GET", "/dir/index.html", nonce),

@@ -100,14 +100,14 @@ TEST_F(lldp_test, the_mau_type_follows_the_drivers_last_line_that_is_up) {
 
 TEST_F(lldp_test, the_policy_word_prefers_the_learnt_vlan_to_valid_settings) {
     agent().management_address = str(10, 1, 2, 3);
-    agent().learnt_priority = 5;
-    agent().learnt_dscp = 46;
+    agent().voice_priority = 5;
+    agent().voice_dscp = 46;
     for (auto const& [learnt, vlan, priority, word] :
          table<int, int, int, char const*>{{100, 4095, 7, "40c96e"},
                                            {0, 4095, 7, "5fffee"},
                                            {0, 4096, 0, "00002e"},
                                            {0, 102, 8, "00002e"}}) {
-        agent().learnt_vlan_id = learnt;
+        agent().voice_vlan = learnt;
         vlan_id = vlan;
         vlan_prio = priority;
         EXPECT_NE(announced().find(hex("0012bb02 01") + hex(word)), bytes::npos) << word;
@@ -136,7 +136,7 @@ TEST_F(lldp_test, frames_leave_at_0_1_2_seconds_then_dhcp_starts_then_every_30_s
     EXPECT_EQ(describe(agent().lldp_fd), "packet 35020 eth1 nonblocking 0180c200000e");
     EXPECT_EQ(sent[0].to, "0180c200000e");
     run_until(2.99);
-    EXPECT_EQ(configured.size(), 0U);
+    EXPECT_EQ(configured["SIOCSIFADDR eth1"], "192.0.2.50");
     run_until(3);
     EXPECT_EQ(configured["SIOCSIFADDR eth1"], "10.1.2.3");
     EXPECT_EQ(default_interface_index, 2);
@@ -172,7 +172,7 @@ TEST_F(lldp_test, only_a_tagged_voice_policy_of_a_switch_counts) {
         SetUp();
         start();
         switch_says(tlvs);
-        EXPECT_EQ(agent().learnt_dscp, counts ? 46 : 0) << to_hex(tlvs);
+        EXPECT_EQ(agent().voice_dscp, counts ? 46 : 0) << to_hex(tlvs);
         EXPECT_EQ(dhcp::clients.count, counts ? 1 : 0) << to_hex(tlvs);
     }
 }
@@ -198,7 +198,7 @@ TEST_F(lldp_test, stop_ends_the_frames_and_the_base_interfaces_clients_alone) {
     switch_says(policy(1, 104, 0, 46));
     dhcp6::clients.find_or_insert("eth1").start("eth1");
     agent().stop();
-    EXPECT_EQ(agent().learnt_vlan_id + agent().learnt_dscp, 0);
+    EXPECT_EQ(agent().voice_vlan + agent().voice_dscp, 0);
     EXPECT_TRUE(dhcp6::clients.find("eth1.104")->renew_timer.active);
     take_sent();
     run_for(100);

@@ -1,5 +1,6 @@
 #include "sim/sim.h"
 
+#include "lib/str_format.h"
 #include "lib/xml_tree.h"
 
 #include <ctime>

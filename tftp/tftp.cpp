@@ -3,11 +3,11 @@
 
 #include "config/settings.h"
 #include "core/log.h"
+#include "lib/descriptors.h"
 #include "lib/utils.h"
 #include "tftp/tftp_internal.h"
 
 #include <climits>
-#include <initializer_list>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -19,18 +19,18 @@ namespace {
 
 constexpr int listening_port = 69;  // RFC 1350, 4
 
+constexpr int descriptors_each = 2;  // of a transfer: its socket and a file
 constexpr int reserved_descriptors = 64;
 
-// Block numbers have 16 bits: nothing behind 65,536 blocks of 512 bytes can be sent.
-constexpr int file_size_max = 65536 * 512;
-
-constexpr int held_by_reads_max = 16 * 1024 * 1024;  // bytes; one read alone may hold more
+// Uploads side by side without access: more would let strangers fill the memory.
+constexpr int uploads_max = 16;
+constinit int uploads_begun = 0;
 
 enum error_code { error_file_not_found = 1, error_access_violation = 2 };
 
 void send_error(int socket, ip_port const& to, error_code code, char const* message) {
-    str packet = utils::int2str(tftp_error, 2) + utils::int2str(code, 2) + str(message);
-    packet += '\0';
+    str const packet =
+        utils::int2str(tftp_error, 2) + utils::int2str(code, 2) + message + str::x_00;
     (void)utils::send_udp_packet(socket, to, packet, default_interface_index);  // It asks again.
 }
 
@@ -63,16 +63,23 @@ bool is_repetition(ip_port const& from, str const& name) {
 bool is_crowded() {
     long const descriptors_max = sysconf(_SC_OPEN_MAX);
     long const usable = descriptors_max < FD_SETSIZE ? descriptors_max : FD_SETSIZE;
-    return tftp_ports.count >= usable - reserved_descriptors;
+    return (tftp_ports.count + 1) * descriptors_each > usable - reserved_descriptors;
 }
 
-// Whether a file of that size has room beside those that are being read.
-bool has_room_for(int size) {
-    long long held = 0;
+// Without access a further upload takes the place of the oldest one.
+void make_room_for_upload() {
+    tftp_result const* oldest = nullptr;
+    int uploads = 0;
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
-        held += each->value.file_size;
+        int const number = each->value.upload_number;
+        uploads += number > 0;
+        if (number > 0 && (!oldest || number < oldest->upload_number)) {
+            oldest = &each->value;
+        }
     }
-    return held == 0 || held + size <= held_by_reads_max;
+    if (uploads >= uploads_max) {
+        delete_transfer(oldest->socket);
+    }
 }
 
 // nullptr when there is no socket for it.
@@ -81,7 +88,7 @@ tftp_result* new_transfer(ip_port const& peer, str const& name) {
         return nullptr;
     }
     int const socket = utils::open_udp_client(0, peer, default_interface_index);
-    if (socket < 0) {
+    if (socket == -1) {
         return nullptr;
     }
     tftp_result& transfer = tftp_ports.find_or_insert(socket);
@@ -98,18 +105,13 @@ void read_requested(int socket, str const& packet, ip_port const& from) {
     }
     str const name = requested_name(packet);
     if (is_repetition(from, name)) {
-        if (log_level >= 7) {
-            log_add_message(
-                7, str::sprintf("TFTP: Message repetition, dropping read request for %s", name),
-                str::null);
-        }
+        log_text(7, "TFTP: Message repetition, dropping read request for %s", name);
         return;
     }
-    str const content = str::read_regular_file(name, file_size_max);
-    if (content.empty()) {
-        if (log_level >= 6) {
-            log_add_message(6, str::sprintf("TFTP: File %s not found", name), str::null);
-        }
+    tftp_result opened;
+    opened.file_name = name;
+    if (!open_file(opened)) {
+        log_text(6, "TFTP: File %s not found", name);
         send_error(socket, from, error_file_not_found, "File Not Found");
         return;
     }
@@ -118,24 +120,23 @@ void read_requested(int socket, str const& packet, ip_port const& from) {
             6, str::sprintf("TFTP: Request for %s from %s", name, utils::readable_ip(from)),
             str::null);
     }
-    if (!has_room_for(content.length())) {
-        return;  // It asks again.
-    }
     if (tftp_result* const transfer = new_transfer(from, name)) {
-        start_read(*transfer, content);
+        start_read(*transfer, opened);
     }
 }
 
 void write_requested(int socket, str const& packet, ip_port const& from) {
     str const name = requested_name(packet);
-    if (!tftp_enabled && !(name == tftp_private_key) && !(name == tftp_credentials)) {
+    if (!tftp_enabled && name != tftp_private_key && name != tftp_credentials) {
         refuse(socket, from);
         return;
     }
-    if (log_level >= 7) {
-        log_add_message(7, "TFTP: Open port for writing", str::null);
+    log_text(7, "TFTP: Open port for writing");
+    if (!tftp_enabled) {
+        make_room_for_upload();
     }
     if (tftp_result* const transfer = new_transfer(from, name)) {
+        transfer->upload_number = ++uploads_begun;
         start_write(*transfer);
     }
 }
@@ -148,12 +149,8 @@ void init_tftp() {
 }
 
 void close_tftp() {
-    for (int* fd : {&fd_tftp4, &fd_tftp6}) {
-        if (*fd != -1) {
-            utils::close_udp_socket(*fd);
-            *fd = -1;
-        }
-    }
+    descriptors::close(fd_tftp4);
+    descriptors::close(fd_tftp6);
 }
 
 void on_tftp_packet(int socket, str const& packet, ip_port const& from) {

@@ -28,7 +28,7 @@ public:
 
     ip_port peer;
     int socket = 0;  // connected to the peer; key in `tftp_ports`
-    str outgoing;    // of a read: still to be sent
+    str outgoing;    // of a read: what was read ahead and is still to be sent
     timeout idle_timer;
     timeout retransmit_timer;
     str last_packet;         // data, for copies
@@ -40,9 +40,15 @@ public:
     bool complete = false;   // the last block of a write has come
     int temp_fd = -1;        // temporary file; -1 when closed
     str temp_name;
-    str unwritten;            // of the temporary file, 32 KiB at most between two blocks
-    int file_size = 0;        // of a read: bytes held
+    int file_fd = -1;         // of a read: the file; -1 once all of it was read ahead
+    int unread = 0;           // of a read: bytes of the file behind `outgoing`
+    int upload_number = 0;    // of a write: higher than that of any before; 0: a read
     bool is_damaged = false;  // part of an upload was dropped: it never counts
+
+private:
+    void write_temporary_file(str const& data);
+    void name_file();
+    void discard_temporary_file();
 };
 
 extern smap<int, tftp_result> tftp_ports;  // by socket

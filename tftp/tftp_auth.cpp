@@ -50,11 +50,7 @@ bool are_good_credentials(str text) {
 void finish_credentials(tftp_result const& transfer) {
     reload_settings();
     bool const succeeds = !transfer.is_damaged && are_good_credentials(transfer.incoming);
-    if (log_level >= 5) {
-        log_add_message(5,
-                        succeeds ? "TFTP: Authentication succeeded" : "TFTP: Authentication failed",
-                        str::null);
-    }
+    log_text(5, succeeds ? "TFTP: Authentication succeeded" : "TFTP: Authentication failed");
     if (succeeds) {
         tftp_enabled = true;
     }

@@ -1,5 +1,6 @@
 // basenetlog: shows the log records of basenetd, one a line: time of arrival, level, text, extra
 // data as a hex dump.
+#include "lib/str_format.h"
 #include "tools/log_stream.h"
 
 #include <cerrno>

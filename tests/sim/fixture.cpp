@@ -94,6 +94,7 @@ void reset_ntp() {
         client.server.clear();
         client.ipv6 = false;
         client.attempts = 0;
+        client.questions = 0;
         client.timer.clear();
     }
     init_ntp();

@@ -33,6 +33,7 @@ extern "C" {
 int __real_close(int);
 int __real_fstat(int, struct stat*);
 void* __real_malloc(size_t);
+int __real_fchmod(int, mode_t);
 int __real_mkdir(char const*, mode_t);
 int __real_open(char const*, int, ...);
 ssize_t __real_read(int, void*, size_t);
@@ -47,7 +48,8 @@ std::vector<bytes> log_records;
 std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
 std::vector<packet> sent;
-bool select_tells_what_is_left;
+int handler_ms;
+bool is_broadcast;
 bool expects_all_watched;
 int first_descriptor;
 int descriptors_max;
@@ -365,7 +367,6 @@ void run_until(double moment) {
         long long const left = (end_ms - clock_ms) * 1000000;
         if (!anything_to_read() && !(first && first->key - rtimestamp::now() <= left)) {
             clock_ms = std::max(clock_ms, end_ms);
-            rtimestamp::look_again();  // This was not waited by the daemon.
             return;
         }
         long long const before_ms = clock_ms;
@@ -431,6 +432,14 @@ void datagram_arrives(int port, bytes const& data, std::string const& from,
     for (auto const& each : descriptors) {
         bool const matches =
             each && each->domain != 0 && each->domain != AF_PACKET && each->port == port;
+        std::string const interface = !device.empty()                 ? device
+                                      : each && !each->device.empty() ? each->device
+                                                                      : "eth1";
+        if (matches && from.find(':') == std::string::npos && !is_broadcast &&
+            (!configured.count("SIOCSIFADDR " + interface) ||
+             configured["SIOCSIFADDR " + interface] == "0.0.0.0")) {
+            continue;
+        }
         if (matches && (device.empty() || each->device.empty() || each->device == device)) {
             each->incoming.push_back({data, socket_address(from, port)});
         }
@@ -439,6 +448,9 @@ void datagram_arrives(int port, bytes const& data, std::string const& from,
 
 void datagram_arrives_at(int fd, bytes const& data, std::string const& from) {
     ASSERT_TRUE(find(fd)) << "not open";
+    if (find(fd)->has("deaf")) {
+        return;
+    }
     find(fd)->incoming.push_back({data, socket_address(from, 53)});
 }
 
@@ -492,7 +504,9 @@ void reset_world() {
     interfaces = {{"eth1", 2}};
     files = {
         {"/nv", {"", file::folder}}, {"/proc", {"", file::folder}}, {"net2app", {"", file::pipe}}};
-    select_tells_what_is_left = true;
+    handler_ms = 0;
+    is_broadcast = false;
+    configured["SIOCSIFADDR eth1"] = "192.0.2.50";
     expects_all_watched = true;
     first_descriptor = 300;
     descriptors_max = 1024;
@@ -577,10 +591,9 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
     if (!watch() && limit) {
         long long const end_ms = clock_ms + wait_ms;
         let_pass(end_ms, watch);
-        if (select_tells_what_is_left) {
-            limit->tv_sec = time_t((end_ms - clock_ms) / 1000);
-            limit->tv_usec = suseconds_t((end_ms - clock_ms) % 1000 * 1000);
-        }
+    }
+    if (limit) {
+        *limit = {};  // Linux leaves what was not waited, but not every C library hands it on.
     }
     FD_ZERO(readable);
     for (int const fd : ready) {
@@ -664,13 +677,11 @@ ssize_t __wrap_write(int fd, void const* data, size_t size) {
     return ssize_t(size);
 }
 
-int __wrap_fstat(int fd, struct stat* status) {
-    descriptor const* const opened = find(fd);
-    if (!opened) {
-        return __real_fstat(fd, status);
-    }
-    file const& examined = files[opened->path];
-    bool const hides_size = opened->path.starts_with("/proc") || opened->path.starts_with("/dev");
+namespace {
+
+void tell(std::string const& path, struct stat* status) {
+    file const& examined = files[path];
+    bool const hides_size = path.starts_with("/proc") || path.starts_with("/dev");
     *status = {};
     status->st_mode = examined.mode;
     status->st_mode |= examined.kind == file::folder ? S_IFDIR
@@ -679,6 +690,32 @@ int __wrap_fstat(int fd, struct stat* status) {
     status->st_size = examined.size_told >= 0 ? examined.size_told
                       : hides_size            ? 0
                                               : long(examined.content.size());
+}
+
+}  // namespace
+
+int __wrap_stat(char const* path, struct stat* status) {
+    if (!files.count(path)) {
+        return refuse(ENOENT);
+    }
+    tell(path, status);
+    return fails("stat") ? -1 : 0;
+}
+
+int __wrap_fchmod(int fd, mode_t mode) {
+    if (!find(fd)) {
+        return __real_fchmod(fd, mode);
+    }
+    files[find(fd)->path].mode = mode & 07777;
+    return fails("fchmod") ? -1 : 0;
+}
+
+int __wrap_fstat(int fd, struct stat* status) {
+    descriptor const* const opened = find(fd);
+    if (!opened) {
+        return __real_fstat(fd, status);
+    }
+    tell(opened->path, status);
     return fails("fstat") ? -1 : 0;
 }
 
@@ -715,7 +752,7 @@ int __wrap_rename(char const* from, char const* to) {
 
 int __wrap_fsync(int fd) {
     journal.push_back("fsync " + find(fd)->path);
-    return 0;
+    return fails("fsync") ? -1 : 0;
 }
 
 void __wrap_sync() {
@@ -793,6 +830,8 @@ int __wrap_setsockopt(int fd, int level, int option, void const* value, socklen_
     } else if (option == SO_BINDTODEVICE) {
         socket->device = static_cast<char const*>(value);
         EXPECT_LT(socket->device.size(), size);
+    } else if (option == SO_ATTACH_FILTER) {
+        socket->flags.emplace_back("deaf");
     } else if (level == IPPROTO_IPV6 && option == IPV6_MULTICAST_IF) {
         socket->multicast_interface = interface_name(read_as<int>(value));
     } else {
@@ -820,6 +859,7 @@ ssize_t __wrap_recvfrom(int fd, void* data, size_t size, int flags, struct socka
     }
     message const taken = socket->incoming.front();
     socket->incoming.pop_front();
+    clock_ms += handler_ms;
     if (fails("recvfrom")) {
         return -1;
     }

@@ -33,6 +33,7 @@ double now();
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
 void run_for(double seconds);
+extern int handler_ms;  // what the daemon takes for each packet
 // The outside acts at a moment, once the daemon waits.
 void at(double moment, std::function<void()> const& action);
 
@@ -71,15 +72,15 @@ struct packet {
 extern std::vector<packet> sent;
 std::vector<packet> take_sent();
 // To the packet sockets of that type on that interface, or the UDP sockets of that port, unless
-// they are bound to another device.
+// they are bound to another device. IPv4 reaches an interface without an address only by broadcast.
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data);
+extern bool is_broadcast;
 void datagram_arrives(int port, bytes const& data, std::string const& from = "192.0.2.1",
                       std::string const& device = "");
 void datagram_arrives_at(int fd, bytes const& data, std::string const& from = "192.0.2.1");
 void answer_arrives(unsigned int socket, bytes const& data, std::string const& from);
 std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
 int open_descriptors();
-extern bool select_tells_what_is_left;
 std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
 
 // --- Failures, allocations, hostile input ---
