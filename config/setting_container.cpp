@@ -7,6 +7,11 @@
 constinit setting_container settings;
 
 void setting_container::init() {
+    register_all();
+    reload_settings();
+}
+
+void setting_container::register_all() {
     register_str("base_name", base_name, false);
     register_str("asset_id", asset_id, false);
     register_str("ieee802_1x_username", ieee_802_1x_username, false);
@@ -29,7 +34,6 @@ void setting_container::init() {
     register_str("http_password", http_password1, true);
     // Intended: the log level has an index. Do not register plain "log".
     register_int("log", 10, log_level, false);
-    reload_settings();
 }
 
 void setting_container::register_variable(str const& key, str const& name, setting_type type,

@@ -20,6 +20,7 @@ public:
 
     // Registers every setting, then reads the configuration file.
     void init();
+    void register_all();
 
     // Bind a key (the name, or the name followed by the index in decimal) to a variable, whose
     // value stays as it is. A key registered before is bound anew and keeps its permission.

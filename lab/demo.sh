@@ -66,6 +66,9 @@ provision() {
 
 device_summary() {
     echo
+    echo "--- What the records say (basenetlog --status) ---"
+    "$out/bin/basenetlog" --status "$out/records.raw"
+    echo
     echo "--- What came of it ---"
     echo "Addresses of eth1.100:" "$(address_of eth1.100)" "$(address_of eth1.100 6)"
     grep -h . /proc/net/vlan/eth1.100 | grep -E 'VID|priority'

@@ -210,7 +210,7 @@ start_daemon() {
 start_log() {
     : >>$out/records
     [ -n "$reader" ] || exec 3<$out/records
-    $out/bin/basenetlog --raw $out/records.raw "$app/$pipe" >>$out/records 2>>$out/reader.out &
+    $out/bin/basenetlog --create --raw $out/records.raw "$app/$pipe" >>$out/records 2>>$out/reader.out &
     reader=$!
     wait_until "the log pipe" test -p "$app/$pipe"
 }

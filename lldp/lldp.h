@@ -33,6 +33,8 @@ public:
     void start(str const& ifname);
     // The sockets and the VLAN interface stay.
     void stop();
+    // Whether the settings give a static address that can be used; DHCP is the answer otherwise.
+    static bool has_static_address();
     // Tells every agent the address to announce, binary; it goes out with the next frame.
     static void set_management_address(str const& address);
 

@@ -97,19 +97,21 @@ void lldp::start_dhcp() {
     }
 }
 
+bool lldp::has_static_address() {
+    return use_dhcp == str::f && is_host_address(utils::compact_ip(ip_adr)) &&
+           is_contiguous_mask(utils::compact_ip(netmask));
+}
+
 void lldp::start_ipv4(str const& interface_name) {
     dhcp& client = dhcp::clients.find_or_insert(interface_name);
-    str const address = utils::compact_ip(ip_adr);
-    str const mask = utils::compact_ip(netmask);
-    bool const is_static =
-        use_dhcp == str::f && is_host_address(address) && is_contiguous_mask(mask);
-    if (!is_static) {
+    if (!has_static_address()) {
         client.start(interface_name);
         return;
     }
     client.stop();
     client.interface = interface_name;
-    client.set(address, mask, str::null, utils::compact_ip(gateway));
+    client.set(utils::compact_ip(ip_adr), utils::compact_ip(netmask), str::null,
+               utils::compact_ip(gateway));
 }
 
 // Intended: the clients of the base interface are stopped, also when a VLAN interface is in use,

@@ -11,12 +11,8 @@ constexpr int preamble_length = 10;  // outer header, message kind, level
 constexpr int start_length = 14;     // all that comes before the text
 constexpr int atomic_length = PIPE_BUF;
 
-unsigned int number_at(str const& bytes, int offset, int size) {
-    return unsigned(utils::str2int(bytes.substr(offset, size)));
-}
-
 int record_length_at(str const& bytes, int offset) {
-    return header_length + int(number_at(bytes, offset + 2, 2));
+    return header_length + int(utils::number_at(bytes, offset + 2, 2));
 }
 
 // Whether the bytes at `offset`, as far as they are there, look like the start of a record.
@@ -31,8 +27,8 @@ bool record_starts(str const& bytes, int offset) {
         }
     }
     bool const lengths_known = bytes.length() - offset >= start_length;
-    return !lengths_known ||
-           start_length + int(number_at(bytes, offset + 12, 2)) <= record_length_at(bytes, offset);
+    return !lengths_known || start_length + int(utils::number_at(bytes, offset + 12, 2)) <=
+                                 record_length_at(bytes, offset);
 }
 
 int find_record_start(str const& bytes, int from) {
@@ -44,12 +40,12 @@ int find_record_start(str const& bytes, int from) {
 }
 
 void decode(str const& bytes, log_record& record) {
-    record.level = int(number_at(bytes, 8, 2));
+    record.level = int(utils::number_at(bytes, 8, 2));
     record.text.clear();
     record.extra.clear();
     for (int i = preamble_length; i + header_length <= bytes.length();) {
-        int const length = int(number_at(bytes, i + 2, 2));
-        (number_at(bytes, i, 2) == 1 ? record.text : record.extra) =
+        int const length = int(utils::number_at(bytes, i + 2, 2));
+        (utils::number_at(bytes, i, 2) == 1 ? record.text : record.extra) =
             bytes.substr(i + header_length, length);
         i += header_length + length;
     }
@@ -66,8 +62,13 @@ log_stream::result_type log_stream::next(log_record& record, bool at_end) {
         drop(skipped);
         return garbage;
     }
-    if (pending.length() < start_length && !at_end) {
-        return need_more;
+    if (pending.length() < start_length) {
+        if (!at_end) {
+            return need_more;
+        }
+        skipped = pending.length();  // not enough to tell anything
+        pending.clear();
+        return garbage;
     }
     int const claimed = record_length_at(pending, 0);
     int const available = claimed < pending.length() ? claimed : pending.length();

@@ -35,7 +35,7 @@ one_more() {
     home=$out/devices/$1
     mkdir -p "$home/app"
     printf '02:a0:b7:00:01:%02x' "$1" >"$home/mac.txt"
-    "$out"/bin/basenetlog "$home/app/$pipe" >"$home/records" 2>&1 &
+    "$out"/bin/basenetlog --create "$home/app/$pipe" >"$home/records" 2>&1 &
     wait_until "the log pipe of device $1" test -p "$home/app/$pipe"
     ip netns add "device$1"
     ip -n "device$1" link add eth1 type veth peer name "port$1" netns sw
