@@ -1,7 +1,7 @@
 #!/bin/busybox sh
 # First process of the emulated board, whose file system is in memory. It brings up what the device's own system
 # would, starts the daemon, and ends the board when the daemon has come onto the network and was provisioned.
-# shellcheck shell=dash disable=SC2154,SC1091
+# shellcheck disable=SC2154,SC1091
 /bin/busybox --install -s /bin
 export PATH=/bin
 mount -t devtmpfs dev /dev

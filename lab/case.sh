@@ -1,5 +1,4 @@
 # Runs the guest part of a scenario: a network, a device, then the scenario's own story.
-# shellcheck shell=sh
 cd /run/lab || exit 9
 . ./expect.sh
 . ./guest.sh

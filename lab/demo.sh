@@ -1,6 +1,5 @@
 # The demonstration of ./run: the device comes onto a guarded network with a voice VLAN, sets its clock, is
 # provisioned, and says how.
-# shellcheck shell=sh
 
 # of the device
 own="ieee802_1x_username=base7 ieee802_1x_password=secret ntp_server=time.voice.example telnet_enabled=false"

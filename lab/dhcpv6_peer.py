@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """A DHCPv6 server that answers as it is told, for answers that no ordinary server gives.
 
-dhcpv6_peer.py INTERFACE TYPE=ANSWER,ANSWER... ...: the answers to messages of that type (RFC 3315, 5.3), each
-given once and in this order: "silence", "grant" (with an address) or "deny" (without). ":HEX" behind it adds a
-status code option with that value.
+dhcpv6_peer.py INTERFACE TYPE=ANSWER...: the answer to messages of that type (RFC 3315, 5.3), "grant" (with an
+address) or "deny" (without). ":HEX" behind it adds a status code option with that value.
 """
 import socket
 import struct
@@ -32,18 +31,15 @@ def reply(request, answer):
 
 
 def main():
-    script = {int(word[0]): word[2:].split(",") for word in sys.argv[2:]}
+    answers = dict(word.split("=") for word in sys.argv[2:])
     wire = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
     wire.bind(("::", 547))
-    group = socket.inet_pton(socket.AF_INET6, "ff02::1:2")
-    index = struct.pack("@I", socket.if_nametoindex(sys.argv[1]))
-    wire.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_JOIN_GROUP, group + index)
+    group = socket.inet_pton(socket.AF_INET6, "ff02::1:2") + struct.pack("@I", socket.if_nametoindex(sys.argv[1]))
+    wire.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_JOIN_GROUP, group)
     print("serving", flush=True)
-    while any(script.values()):
+    while True:
         request, device = wire.recvfrom(2000)
-        answer = script[request[0]].pop(0)
-        if answer != "silence":
-            wire.sendto(reply(request, answer), device)
+        wire.sendto(reply(request, answers[str(request[0])]), device)
 
 
 main()

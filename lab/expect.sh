@@ -1,6 +1,5 @@
 # Checks, for the guest part and the host part of a scenario. Each failed check leaves one line in
 # $out/failures; the scenario goes on, so that one run shows all that is wrong.
-# shellcheck shell=sh
 
 mac=02:a0:b7:1a:2b:3c # of the device
 
@@ -25,7 +24,7 @@ expect_between() {
     fi
 }
 
-# expect_file FILE CONTENT: to the last byte
+# expect_file FILE CONTENT: to the last byte; a newline is written "\n"
 expect_file() {
-    expect "$1" "$2." "$(cat "$out/nv/app/$1" && echo .)"
+    expect "$1" "$(printf '%b.' "$2")" "$(cat "$out/nv/app/$1" && echo .)"
 }

@@ -1,14 +1,15 @@
 # What the guest part of a scenario is told with. The device is the guest's own network namespace, in a
 # folder tree like the device's; the switch and every server live in the namespace "sw", on the other
 # end of the wire.
-# shellcheck shell=sh
 
 out=/run/out        # what the machine gets to see
 device=/run/device  # root of the device's tree
 app=/run/out/nv/app # the daemon's working directory, as the machine sees it too
 pipe=net2app        # the log pipe in it
-daemon=             # process id, as is the next
+daemon=             # process id, as are the next two
 reader=
+watcher=
+earlier_records=0 # those of daemons before this one
 
 # --- waiting ---
 
@@ -20,7 +21,7 @@ die() {
 
 # wait_until WHAT COMMAND...: until COMMAND succeeds. Generous: a loaded machine is several times slower.
 wait_until() {
-    what=$1 tries=0
+    local what=$1 tries=0
     shift
     until "$@"; do
         tries=$((tries + 1))
@@ -33,13 +34,17 @@ file_says() {
     grep -qsF -- "$2" "$1"
 }
 
-# wait_log TEXT: until the daemon has logged a line that holds TEXT, behind the line that the wait_log
+# wait_log TEXT...: until the daemon has logged lines that hold each TEXT, behind the line that the wait_log
 # before it found: a story tells things in their order. Descriptor 3 keeps the place in the log.
 wait_log() {
-    wait_until "the log line \"$1\"" log_says "$1"
+    local text
+    for text; do
+        wait_until "the log line \"$text\"" log_says "$text"
+    done
 }
 
 log_says() {
+    local record
     while read -r record <&3; do
         case $record in
         *"$1"*) return 0 ;;
@@ -49,21 +54,28 @@ log_says() {
     return 1
 }
 
-# log_count TEXT: how many log lines hold TEXT
+# log_count TEXT: how many of this daemon's log lines hold TEXT
 log_count() {
-    grep -cF -- "$1" $out/records
+    tail -n +$((earlier_records + 1)) $out/records | grep -cF -- "$1"
+}
+
+# expect_log COUNT TEXT
+expect_log() {
+    expect "log lines that hold \"$2\"" "$1" "$(log_count "$2")"
 }
 
 # --- network ---
 
 # A module that is in already is no failure.
 load_modules() {
+    local module
     for module; do
         busybox insmod "/usr/lib/uml/modules/$(uname -r)/kernel/$module.ko" 2>/dev/null
     done
 }
 
 make_network() {
+    local each
     load_modules lib/crc-ccitt net/ipv6/ipv6 net/llc/llc net/802/stp net/802/garp net/802/mrp \
         net/8021q/8021q drivers/net/veth
     ip link set lo up
@@ -101,16 +113,19 @@ address_of() {
     ip -o "-${2:-4}" addr show dev "$1" scope global 2>/dev/null | awk '{ print $4 }'
 }
 
+# wait_lease NETWORK.HOST INTERFACE: until DHCP has put that address there, with the gateway NETWORK.1
+wait_lease() {
+    wait_log "DHCPv4 on $2 goes to BOUND"
+    expect "address of $2" "$1/24" "$(address_of "$2")"
+    expect "default route by $2" "default via ${1%.*}.1 dev $2" "$(ip -4 route show default | sed 's/ *$//')"
+}
+
 has_address() {
     [ -n "$(address_of "$@")" ]
 }
 
 broadcast_of() {
     ip -o -4 addr show dev "$1" | sed -n 's/.* brd \([^ ]*\).*/\1/p'
-}
-
-default_route() {
-    ip -4 route show default | sed 's/ *$//'
 }
 
 # egress_map VLAN: which tag priority each socket priority gets, "0:5"
@@ -121,12 +136,8 @@ egress_map() {
 # capture NAME: every frame of the wire from now on goes to NAME.pcap
 capture() {
     tcpdump -Z root -U --immediate-mode -B 16384 -i eth1 -w - >"$out/$1.pcap" 2>"$out/$1.tcpdump" &
-    eval "capture_$1=$!"
+    watcher=$!
     wait_until "the capture" file_says "$out/$1.tcpdump" "listening on"
-}
-
-end_capture() {
-    eval "end_process \$capture_$1"
 }
 
 # captured NAME FILTER COUNT: that many frames are in the capture already
@@ -140,10 +151,11 @@ end_process() {
 }
 
 # serve NAME READY COMMAND...: starts a server on the switch's side; it is ready when it says READY.
-# A server that is started once more begins a new log.
+# It takes the place of one with that name, and begins a new log.
 serve() {
-    name=$1 ready=$2
+    local name=$1 ready=$2
     shift 2
+    [ ! -e "/run/$name.pid" ] || stop_server "$name"
     ip netns exec sw "$@" >"$out/$name.log" 2>&1 &
     echo $! >"/run/$name.pid"
     wait_until "$name to say \"$ready\"" file_says "$out/$name.log" "$ready"
@@ -151,12 +163,14 @@ serve() {
 
 stop_server() {
     end_process "$(cat "/run/$1.pid")"
+    rm -f "/run/$1.pid"
     mv "$out/$1.log" "$out/$1.$(date +%s).log"
 }
 
 # --- device ---
 
 make_device() {
+    local folder
     mkdir -p $device/proc/.k $device/proc/avalanche $device/nv $device/app $device/dev
     mount -t proc proc $device/proc/.k
     # Resolved by the reader, so that each process sees its own namespace.
@@ -180,7 +194,7 @@ make_device() {
 
 # The Ethernet driver's word on the link. Replaced by rename: nobody may read it half written.
 link_file() {
-    bit=0
+    local bit=0
     [ "$1" = UP ] && bit=1
     echo "eth1: port 1: $1 link=$bit, speed=100, duplex=full" >$device/proc/avalanche/new
     mv $device/proc/avalanche/new $device/proc/avalanche/cpmac_link
@@ -193,6 +207,7 @@ settings() {
 
 # The log level, "log10" among the daemon's settings, is written by its index.
 settings_text() {
+    local setting
     printf '<?xml version="1.0"?>\n<settings>\n<phone-settings>\n'
     for setting; do
         printf '<%s perm="RW">%s</%s>\n' "${setting%%=*}" "${setting#*=}" "${setting%%=*}"
@@ -210,6 +225,7 @@ start_daemon() {
 start_log() {
     : >>$out/records
     [ -n "$reader" ] || exec 3<$out/records
+    earlier_records=$(wc -l <$out/records)
     $out/bin/basenetlog --create --raw $out/records.raw "$app/$pipe" >>$out/records 2>>$out/reader.out &
     reader=$!
     wait_until "the log pipe" test -p "$app/$pipe"
@@ -234,10 +250,26 @@ stop_daemon() {
     end_process "$daemon"
     end_process "$reader"
     daemon=
+    cat <&3 >/dev/null # what this one logged is not the next one's
+}
+
+# begin_case NAME SETTING=VALUE...: a fresh daemon with these settings, or none. Its frames go to NAME.pcap.
+begin_case() {
+    capture "$1"
+    shift
+    [ $# = 0 ] || settings "$@"
+    start_daemon
+}
+
+end_case() {
+    stop_daemon
+    end_process "$watcher"
+    clean_network
 }
 
 # Puts the network back as it was before the daemon came.
 clean_network() {
+    local vlan
     ip link show type vlan | sed -n 's/^[0-9]*: \([^@]*\)@.*/\1/p' | while read -r vlan; do
         ip link del "$vlan"
     done
@@ -250,6 +282,7 @@ clock_in() {
     [ "$(date +%Y)" = "$1" ]
 }
 
+# memory_kb [HWM]: what the daemon holds, or held at most
 memory_kb() {
-    awk '/^VmRSS/ { print $2 }' "/proc/$daemon/status"
+    awk -v name="Vm${1:-RSS}:" '$1 == name { print $2 }' "/proc/$daemon/status"
 }

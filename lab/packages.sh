@@ -1,5 +1,5 @@
 # The Debian packages of the lab. Sourced by lab/test and run.
-# shellcheck shell=sh disable=SC2034
+# shellcheck disable=SC2034
 
 build_packages="g++ make cmake"
 demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base kea-dhcp6-server unbound
@@ -9,6 +9,7 @@ test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tftp-hpa atftp ts
 
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
+    local package
     for package; do
         case $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) in
         *" installed") ;;
@@ -29,6 +30,7 @@ need_packages() {
         echo "This needs Debian 12 (apt-get was not found) with these packages: $*" >&2
         return 1
     fi
+    local missing
     missing=$(missing_packages "$@" | tr '\n' ' ')
     if [ -z "$missing" ]; then
         case " $* " in
@@ -68,7 +70,7 @@ need_chrony() {
 # mirror into lists of their own.
 need_foreign() {
     (
-        architecture=$1
+        local architecture=$1 name package
         mkdir -p "$2/lists/partial" "$2/root" && cd "$2" || exit
         [ ! -e complete ] || exit 0
         shift 2
@@ -93,7 +95,7 @@ need_foreign() {
 
 # The servers serve inside the guest only: none of them may start on this machine, now or at its next boot.
 install_quietly() {
-    policy=/usr/sbin/policy-rc.d
+    local policy=/usr/sbin/policy-rc.d installed service
     if [ -e $policy ]; then
         policy= # the machine has a rule of its own
     else

@@ -1,5 +1,4 @@
 # The network of the emulated board: the switch and the servers of ./run, at the end of a wire out of the guest.
-# shellcheck shell=sh
 . ./demo.sh
 
 make_wire() {

@@ -1,5 +1,4 @@
 # chronyd as NTP server. The guest's clock is its own, too: it never sets it, and serves the time that it is told.
-# shellcheck shell=sh
 
 # start_chrony TIME [PORT]: on all addresses of the switch, serving the time from now on ("Jan 1, 2030 00:00:00")
 start_chrony() {

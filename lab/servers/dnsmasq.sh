@@ -1,8 +1,7 @@
 # dnsmasq as DHCP server, and as DNS server.
-# shellcheck shell=sh
 
-# start_dnsmasq INTERFACE LINE...: each LINE goes into the configuration, at least a dhcp-range. The
-# leases of an earlier run are kept.
+# start_dnsmasq INTERFACE LINE...: each LINE goes into the configuration, at least a dhcp-range. It knows nothing of
+# the leases of an earlier one.
 start_dnsmasq() {
     {
         printf '%s\n' keep-in-foreground user=root log-facility=- log-dhcp port=0 no-ping \
@@ -11,11 +10,8 @@ start_dnsmasq() {
         shift
         printf '%s\n' "$@"
     } >/run/dnsmasq.conf
-    serve dnsmasq "DHCP, sockets bound" dnsmasq --conf-file=/run/dnsmasq.conf
-}
-
-forget_dnsmasq_leases() {
     rm -f /run/dnsmasq.leases
+    serve dnsmasq "DHCP, sockets bound" dnsmasq --conf-file=/run/dnsmasq.conf
 }
 
 # start_dnsmasq_dns ADDRESS RECORD...: a second one as DNS server of the zone voice.example, with records as

@@ -1,5 +1,4 @@
 # hostapd as the authenticator of the switch port.
-# shellcheck shell=sh
 
 # start_hostapd METHODS LINE...: takes the user "base7" with the word "secret" by these EAP methods, the first
 # one first; each LINE goes into the configuration

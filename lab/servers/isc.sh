@@ -1,9 +1,8 @@
 # ISC dhcpd as DHCP server. It sends only the options that are asked for: the list makes it send the timers.
-# shellcheck shell=sh
 
 # start_isc INTERFACE SUBNET LINE...: SUBNET as "10.1.0"; each LINE goes into its subnet block
 start_isc() {
-    interface=$1 net=$2
+    local interface=$1 net=$2
     shift 2
     cat >/run/dhcpd.conf <<END
 ping-check false;

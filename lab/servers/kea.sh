@@ -1,12 +1,11 @@
 # Kea as DHCP or DHCPv6 server.
-# shellcheck shell=sh
 
 # start_kea FAMILY INTERFACE SUBNET POOL OPTION...: FAMILY is 4 or 6, SUBNET as "10.1.0.0/24", POOL as
 # "10.1.0.7-10.1.0.7"; each OPTION as "name=value", sent whether asked for or not. kea_renew and kea_rebind may
 # name other timers, in seconds.
 start_kea() {
+    local family=$1 interface=$2 subnet=$3 pool=$4 identity='' options='' option
     mkdir -p /run/kea
-    family=$1 interface=$2 subnet=$3 pool=$4 identity='' options=
     shift 4
     [ "$family" = 4 ] || identity='"server-id": {"type": "LL", "persist": false},'
     for option; do

@@ -1,9 +1,9 @@
 # lldpd, the switch's LLDP agent (a network connectivity device).
-# shellcheck shell=sh
 
 # start_lldpd POLICY...: with these LLDP-MED policies, each written as
 # "voice tagged vlan 100 priority voice dscp 46"
 start_lldpd() {
+    local policy
     mkdir -p /run/lldpd
     echo "configure lldp tx-interval ${lldp_interval:-30}" >/run/lldpd.conf
     serve lldpd "lldpd should resume operations" \
@@ -15,6 +15,13 @@ start_lldpd() {
         lldp configure ports p1 med policy application $policy >>"$out/lldpcli.log" 2>&1 ||
             die "lldpd refused the policy $policy"
     done
+}
+
+# The switch has the voice VLAN 100, and names it every second.
+make_voice_vlan() {
+    switch_vlan 100
+    lldp_interval=1
+    start_lldpd "voice tagged vlan 100 priority voice dscp 46"
 }
 
 lldp() {

@@ -1,19 +1,19 @@
 # TFTP clients, on the switch's side of the wire, in the folder /run/tftp.
-# shellcheck shell=sh
 
 tftp_clients="curl tftp atftp busybox"
 device_address=10.1.0.77 # where `upload` goes
 
-# tftp_get CLIENT HOST NAME: fetches a file into /run/tftp/got; fails as the client does. An IPv6 HOST stands in
-# no brackets.
+# tftp_get CLIENT HOST NAME [FILE]: fetches a file into /run/tftp/FILE, "got"; fails as the client does. An IPv6
+# HOST stands in no brackets.
 tftp_get() {
+    local got=${4:-got}
     mkdir -p /run/tftp
-    rm -f /run/tftp/got
+    rm -f "/run/tftp/$got"
     case $1 in
-    curl) in_tftp curl -s -g -o got "tftp://$(tftp_url_host "$2")/$3" ;;
-    tftp) in_tftp tftp -m octet "$2" -c get "$3" got ;; # ends with 0 whatever comes
-    atftp) in_tftp atftp -g -r "$3" -l got "$2" ;;
-    busybox) in_tftp busybox tftp -g -r "$3" -l got "$2" ;;
+    curl) in_tftp curl -s -g -o "$got" "tftp://$(tftp_url_host "$2")/$3" ;;
+    tftp) in_tftp tftp -m octet "$2" -c get "$3" "$got" ;; # ends with 0 whatever comes
+    atftp) in_tftp atftp -g -r "$3" -l "$got" "$2" ;;
+    busybox) in_tftp busybox tftp -g -r "$3" -l "$got" "$2" ;;
     esac >>"$out/tftp.log" 2>&1
 }
 
@@ -28,7 +28,7 @@ tftp_put() {
 }
 
 in_tftp() {
-    in_sw timeout -k 1 60 env -C /run/tftp "$@"
+    in_sw timeout -k 1 200 env -C /run/tftp "$@"
 }
 
 # In a URL an IPv6 address stands in brackets and "%" before its interface is written out (RFC 6874).
@@ -41,11 +41,11 @@ tftp_url_host() {
 
 # upload NAME LINE...: a text file, by curl
 upload() {
-    mkdir -p /run/tftp
-    upload_name=$1
+    local name=$1
     shift
+    mkdir -p /run/tftp
     printf '%s\n' "$@" >/run/tftp/upload
-    tftp_put curl "$device_address" upload "$upload_name"
+    tftp_put curl "$device_address" upload "$name"
 }
 
 credentials() {

@@ -1,11 +1,10 @@
 # unbound as DNS server of the zone voice.example. Its SOA, in negative answers, has a refresh of 1200 s and a
 # minimum of 25 s. An alias is answered alone, without what it leads to; other zones get SERVFAIL.
-# shellcheck shell=sh
 
 # start_unbound ADDRESSES RECORD...: on those addresses, with these records, each as "time A 10.1.0.5". A question
 # about a name with the record "time SILENCE" is read and never answered.
 start_unbound() {
-    dns_addresses=$1
+    local addresses=$1 address
     shift
     {
         # It asks nobody: without a list of outgoing ports it starts a second sooner.
@@ -21,7 +20,7 @@ server:
   log-queries: yes
   module-config: "iterator"
   outgoing-port-avoid: "1024-65000"
-$(for address in $dns_addresses; do echo "  interface: $address"; done)
+$(for address in $addresses; do echo "  interface: $address"; done)
   access-control: 0.0.0.0/0 allow
   access-control: ::/0 allow
   local-zone: "voice.example." static
