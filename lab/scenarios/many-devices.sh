@@ -34,7 +34,7 @@ one_more() {
     local home=$out/devices/$1 name=device$1
     mkdir -p "$home/app"
     printf '02:a0:b7:00:01:%02x' "$1" >"$home/mac.txt"
-    "$out"/bin/basenetlog "$home/app/$pipe" >"$home/records" 2>&1 &
+    "$out"/bin/basenetlog --create "$home/app/$pipe" >"$home/records" 2>&1 &
     wait_until "the log pipe of $name" test -p "$home/app/$pipe"
     ip netns add "$name"
     ip -n "$name" link add eth1 type veth peer name "port$1" netns sw
