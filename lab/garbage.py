@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A hostile neighbour: sends damaged and lying frames to the device, always the same ones for one seed.
 
-garbage.py SEED COUNT TRUNK VLAN [XIDS]: LLDP and raw junk leave by TRUNK, DHCP, DHCPv6 and ARP by VLAN. XIDS are
-the transaction ids (4 and 3 bytes, in hex) of half of the DHCP and DHCPv6 junk, which so gets past the first check.
+garbage.py SEED COUNT TRUNK VLAN XID: LLDP and raw junk leave by TRUNK, DHCP, DHCPv6 and ARP by VLAN. XID is the
+transaction id, a number, of half of the DHCP junk, which so gets past the first check.
 """
 import random
 import socket
@@ -26,9 +26,9 @@ def length_of(value, most):
     return random.choice([len(value), random.randrange(most)])
 
 
-def dhcp(xids):
+def dhcp(xid):
     message = bytes([random.choice([2, 2, 1])]) + random.randbytes(3)
-    message += random.choice([xids[:4], random.randbytes(4)]) + random.randbytes(228)
+    message += random.choice([xid, random.randbytes(4)]) + random.randbytes(228)
     message += random.choice([COOKIE, COOKIE, junk(4)]) + bytes([53, 1, random.choice([2, 5, 6, 7, 255])])
     for _ in range(random.randrange(20)):
         value = junk(12)
@@ -48,9 +48,9 @@ def with_checksum(ip):
     return ip[:10] + struct.pack(">H", ~(total + (total >> 16)) & 0xFFFF) + ip[12:]
 
 
-def dhcp6(xids):
+def dhcp6(_):
     """Replies mostly. The kernel adds the headers."""
-    message = bytes([random.choice([7, 7, 2, 255])]) + random.choice([xids[4:], random.randbytes(3)])
+    message = bytes([random.choice([7, 7, 2, 255])]) + random.randbytes(3)
     for _ in range(random.randrange(12)):
         value = random.choice([junk(40), b"\x05voice\x07example\x00"])
         message += struct.pack(">HH", random.choice([1, 2, 3, 5, 13, 23, 24, 31]), length_of(value, 65536)) + value
@@ -79,15 +79,14 @@ def raw(_):
 
 def main():
     seed, count, trunk, vlan = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3], sys.argv[4]
-    xids = bytes.fromhex(sys.argv[5]) if len(sys.argv) > 5 else bytes(7)
+    xid = struct.pack(">I", int(sys.argv[5]))
     random.seed(seed)
     wires = {name: socket.socket(socket.AF_PACKET, socket.SOCK_RAW) for name in (trunk, vlan)}
     udp = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
-    print("sending", flush=True)
     for _ in range(count):
         build = random.choice([dhcp, dhcp6, arp, lldp, raw, raw])
         name = trunk if build is lldp else random.choice([trunk, vlan]) if build is raw else vlan
-        destination, kind, payload = build(xids)
+        destination, kind, payload = build(xid)
         if build is dhcp6:
             udp.sendto(payload, ("fe80::a0:b7ff:fe1a:2b3c", kind, 0, socket.if_nametoindex(name)))
         else:

@@ -200,6 +200,12 @@ link_file() {
     mv $device/proc/avalanche/new $device/proc/avalanche/cpmac_link
 }
 
+# link_goes UP|DOWN: until the daemon knows
+link_goes() {
+    link_file "$1"
+    wait_log "Ethernet link went $(echo "$1" | tr UPDOWN updown)"
+}
+
 # settings NAME=VALUE...: writes settings.xml
 settings() {
     settings_text "$@" >"$app/settings.xml"
@@ -253,18 +259,18 @@ stop_daemon() {
     cat <&3 >/dev/null # what this one logged is not the next one's
 }
 
-# begin_case NAME SETTING=VALUE...: a fresh daemon with these settings, or none. Its frames go to NAME.pcap.
+# begin_case NAME SETTING=VALUE...: a fresh device with these settings, or none, takes the place of the one before.
+# Its frames go to NAME.pcap.
 begin_case() {
+    if [ "$daemon" ]; then
+        stop_daemon
+        end_process "$watcher"
+        clean_network
+    fi
     capture "$1"
     shift
     [ $# = 0 ] || settings "$@"
     start_daemon
-}
-
-end_case() {
-    stop_daemon
-    end_process "$watcher"
-    clean_network
 }
 
 # Puts the network back as it was before the daemon came.

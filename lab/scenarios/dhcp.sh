@@ -2,33 +2,14 @@
 
 guest() {
     make_voice_vlan
-    start_isc p1.100 10.100.0 "range 10.100.0.7 10.100.0.7;" "option routers 10.100.0.1;" \
-        "option domain-name-servers 10.100.0.2;" "option domain-name \"voice.example\";" \
-        "option tftp-server-name \"tftp.voice.example\";" "option bootfile-name \"base.cfg\";"
-    lease_from isc
-    start_kea 4 p1.100 10.100.0.0/24 10.100.0.7-10.100.0.7 routers=10.100.0.1 domain-name=voice.example \
-        domain-name-servers=10.100.0.2 tftp-server-name=tftp.voice.example boot-file-name=base.cfg
-    lease_from kea
-    leases_end
-    address_in_use
-}
-
-lease_from() {
-    begin_case "$1"
-    wait_lease 10.100.0.7 eth1.100
-    expect_file resolv.conf 'search voice.example\nnameserver 10.100.0.2\n'
-    expect_file dhcp.info 'option66: tftp.voice.example\noption67: base.cfg\ndhcp-server: 10.100.0.1'
-    end_case
-    stop_server "$1"
-}
-
-# One server after the other, none of which knows the leases of the one before: the first refuses to renew, the
-# next renews by unicast, then dies. The last refuses the device that rebinds, without its address.
-leases_end() {
+    # One server after the other, none of which knows the leases of the one before: the second refuses to renew, then
+    # renews by unicast, then dies. The third refuses the device that rebinds, without its address.
+    start_isc p1.100 10.100.0 "range 10.100.0.77 10.100.0.77;" "option routers 10.100.0.1;" \
+        "option dhcp-renewal-time 4;" "option dhcp-rebinding-time 60;"
     ip monitor address >"$out/addresses" &
-    serve_lease 10.100.0.77 4 60
     begin_case ends
     wait_lease 10.100.0.77 eth1.100
+    stop_server isc
     serve_lease 10.100.0.88 3 6
     wait_log "DHCPv4: Receive DHCP NACK in state RENEWING"
     wait_lease 10.100.0.88 eth1.100
@@ -39,7 +20,22 @@ leases_end() {
     serve_lease 10.100.0.99 60 90
     wait_log "DHCPv4: Receive DHCP NACK in state REBINDING"
     wait_lease 10.100.0.99 eth1.100
-    end_case
+    stop_server dnsmasq
+
+    # The other host is slow to answer: the lease is applied before the conflict shows. Until T2 the device declines.
+    load_modules drivers/net/macvlan net/sched/sch_netem
+    ip netns add rogue
+    ip -n sw link add link p1.100 name mv0 netns rogue type macvlan mode bridge
+    ip -n rogue addr add 10.100.0.60/24 dev mv0
+    ip -n rogue link set mv0 up
+    ip netns exec rogue tc qdisc add dev mv0 root netem delay 900ms
+    kea_renew=5 kea_rebind=6
+    start_kea 4 p1.100 10.100.0.0/24 10.100.0.60-10.100.0.61 routers=10.100.0.1
+    begin_case conflict
+    wait_lease 10.100.0.60 eth1.100
+    wait_log "DHCPv4: IP address conflict detected" "goes to INIT" "goes to SELECTING"
+    wait_lease 10.100.0.61 eth1.100
+    file_says "$out/kea.log" DHCP4_DECLINE_LEASE || failure "the server read no DECLINE"
 }
 
 # serve_lease ADDRESS T1 T2
@@ -47,35 +43,12 @@ serve_lease() {
     start_dnsmasq p1.100 "dhcp-range=$1,$1,255.255.255.0,2m" "dhcp-option=option:T1,$2" "dhcp-option=option:T2,$3"
 }
 
-# The other host is slow to answer: the lease is applied before the conflict shows. Until T2 the device declines.
-address_in_use() {
-    load_modules drivers/net/macvlan net/sched/sch_netem
-    ip netns add rogue
-    ip -n sw link add link p1.100 name mv0 type macvlan mode bridge
-    ip -n sw link set mv0 netns rogue
-    ip -n rogue addr add 10.100.0.60/24 dev mv0
-    ip -n rogue link set mv0 up
-    ip netns exec rogue tc qdisc add dev mv0 root netem delay 900ms
-    start_dnsmasq p1.100 dhcp-range=10.100.0.59,10.100.0.59,255.255.255.0,2m "dhcp-host=$mac,10.100.0.60" \
-        dhcp-option=option:T1,60 dhcp-option=option:T2,6
-    begin_case conflict
-    wait_lease 10.100.0.60 eth1.100
-    wait_log "DHCPv4: IP address conflict detected" "goes to INIT" "goes to SELECTING"
-    wait_lease 10.100.0.59 eth1.100
-    file_says "$out/dnsmasq.log" "DHCPDECLINE(p1.100) 10.100.0.60" || failure "the server read no DECLINE"
-    end_case
-}
-
 host() {
     # The kernel sees each address with a netmask of its own making first.
     expect "addresses put on and taken off" "77 Deleted 77 88 Deleted 88 99 Deleted 99" "$(
-        sed -n 's/^\(Deleted \)\{0,1\}.* inet 10.100.0.\([789]*\)\/24 .*/\1\2/p' "$out/addresses" | uniq | xargs)"
+        sed -n 's/^\(Deleted \)\{0,1\}.* inet 10.100.0.\([789][789]\)\/24 .*/\1\2/p' "$out/addresses" | uniq | xargs)"
     expect_frames ends "dhcp.option.requested_ip_address == dhcp.ip.client && !icmp" "ip.src ip.dst dhcp.ip.client" \
         "10.100.0.77|10.100.0.1|10.100.0.77 10.100.0.88|10.100.0.1|10.100.0.88 0.0.0.0|255.255.255.255|10.100.0.88"
     # Without an address no answer would reach an ordinary socket: discovery goes by raw frames again.
     expect_frames ends "dhcp.option.dhcp == 1" "ip.src ip.dst ip.ttl" "0.0.0.0|255.255.255.255|128"
-    # RFC 5227, 2.1 and 2.3: three probes, three announcements
-    expect "senders of ARP frames for the first address" "3 0.0.0.0 3 10.100.0.77" "$(frames ends \
-        "arp.opcode == 1 && eth.src == $mac && eth.dst == ff:ff:ff:ff:ff:ff && arp.dst.proto_ipv4 == 10.100.0.77" \
-        arp.src.proto_ipv4 | uniq -c | xargs)"
 }

@@ -9,14 +9,11 @@ guest() {
     wait_log "802.1X Challenge" "802.1X authentication done" "Send LLDP"
     expect_log 1 "goes to BOUND"
     expect_log 0 secret
-    end_case
 
     start_hostapd MD5
     come_up refused another "802.1X Challenge" "802.1X authentication failed" "Send LLDP"
-    end_case
     stop_server hostapd
     come_up alone secret "Send LLDP"
-    end_case
 }
 
 # come_up NAME PASSWORD TEXT...: a device that has to log these before it gets its lease
@@ -31,8 +28,6 @@ host() {
     local own="eth.src == $mac"
     expect "the exchange before LLDP" "1||| 0|1|1| 0|2|1|base7 0|1|26| 0|2|3| 0|1|4| 0|2|4| 0|3|| |||" \
         "$(frames asked "eapol || lldp && $own" eapol.type eap.code eap.type eap.identity | head -n 9 | xargs)"
-    expect_frames asked "$own && (eapol || lldp)" "eth.dst eapol.version" "01:80:c2:00:00:03|1 01:80:c2:00:00:0e|"
-    expect_frames refused "eap.code > 2" eap.code 4
     expect_between "milliseconds from EAPOL-Start to LLDP, without an answer" 2950 4500 \
         "$(ms_between "$(first_frame alone "$own && eapol")" "$(first_frame alone "$own && lldp")")"
 }

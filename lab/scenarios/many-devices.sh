@@ -1,5 +1,5 @@
-# Many devices that start at the same instant behind one switch, as after a power cut: each gets a lease and the
-# time, since no two of them use the same transaction id.
+# Many devices that start at the same instant behind one switch, as after a power cut: each gets a lease, since no two
+# of them use the same transaction id.
 
 devices=30
 
@@ -9,10 +9,9 @@ guest() {
     ip -n sw addr flush dev p1
     ip -n sw link add hub type bridge
     ip -n sw link set p1 master hub up
-    ip -n sw link set hub up
     ip -n sw addr add 10.1.0.1/24 dev hub
-    start_dnsmasq hub dhcp-range=10.1.0.10,10.1.0.250,255.255.255.0,infinite dhcp-option=42,10.1.0.1
-    start_chrony "Jan 1, 2030 00:00:00"
+    ip -n sw link set hub up
+    start_dnsmasq hub dhcp-range=10.1.0.10,10.1.0.250,255.255.255.0,1h
     capture wire
     mkfifo /run/power
     for n in $(seq $devices); do
@@ -20,13 +19,7 @@ guest() {
     done
     sleep 2 # until all of them wait for the power
     true >/run/power
-    for n in $(seq $devices); do
-        # All of them share the guest's clock, which is set then.
-        wait_until "the time for device $n" file_says "$out/devices/$n/records" "NTP: Use server 10.1.0.1"
-    done
-    expect "leases" $devices "$(wc -l </run/dnsmasq.leases)"
-    expect "daemons that run" $devices "$(pgrep -xc basenetd)"
-    end_process "$watcher"
+    wait_until "all leases" awk -v all=$devices 'END { exit NR != all }' /run/dnsmasq.leases
 }
 
 # A device in a namespace of its own, with its own /nv in the common root.
@@ -34,12 +27,10 @@ one_more() {
     local home=$out/devices/$1 name=device$1
     mkdir -p "$home/app"
     printf '02:a0:b7:00:01:%02x' "$1" >"$home/mac.txt"
-    "$out"/bin/basenetlog --create "$home/app/$pipe" >"$home/records" 2>&1 &
-    wait_until "the log pipe of $name" test -p "$home/app/$pipe"
     ip netns add "$name"
-    ip -n "$name" link add eth1 type veth peer name "port$1" netns sw
+    ip -n sw link add "port$1" type veth peer name eth1 address "$(cat "$home/mac.txt")" netns "$name"
     ip -n sw link set "port$1" master hub up
-    ip -n "$name" link set eth1 address "$(cat "$home/mac.txt")" up
+    ip -n "$name" link set eth1 up
     ip netns exec "$name" sh -c "mount --bind $home $device/nv && read -r nothing </run/power
         exec unshare --root=$device --wd=/nv/app /app/basenetd </dev/null" >>"$out/daemon.out" 2>&1 &
 }
