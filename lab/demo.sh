@@ -11,6 +11,7 @@ guest() {
     start_daemon
     wait_log "DHCPv4 on eth1.100 goes to BOUND"
     wait_log "NTP: Use server" # the one of the settings: DHCPv6 waits three seconds for routers
+    start_chrony "" # or it would be as many years ahead of the new time
     after=$(date "+%F %T")
     wait_log "Send LLDP" # with the address now
     device_address=$(address_of eth1.100 | cut -d / -f 1)
@@ -91,10 +92,8 @@ switch_summary() {
         sed 's/^.*IP //'
 }
 
-# A shell of the device's network. The device's tree is below $device.
+# A shell of the device's network. What becomes of the daemon is up to the user now.
 shell() {
-    echo
-    echo "A shell in the device's network. Log records: tail -f $out/records. Servers: ip netns exec sw ..."
-    echo "The driver's word on the link: link_file DOWN, link_file UP. Leave with exit."
-    cd "$app" && ENV=/run/lab/guest.sh PS1='device# ' sh -i # sh reads that file first
+    trap - EXIT
+    cd "$app" && ENV=/run/lab/keep.sh PS1='device# ' sh -i # sh reads that file first
 }

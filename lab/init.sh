@@ -12,6 +12,7 @@ mount -t hostfs -o "ro,$LAB" lab /run/lab
 mount -t hostfs -o "$OUT" out /run/out # the one folder of the machine that can be written
 
 if [ "$CONSOLE" ]; then
+    echo 1 >/proc/sys/kernel/printk # The terminal is the user's, not the kernel's.
     # A session of its own with the console as its terminal, so that Ctrl-C reaches the shell's commands.
     setsid -c sh /run/lab/case.sh </dev/tty0 >/dev/tty0 2>&1
 else
