@@ -60,5 +60,6 @@ read_at_once() {
     done
     # shellcheck disable=SC2086 # a list of words
     wait $clients
+    expect_log 8 "TFTP: Request for $1 from" # nobody had to ask again
     rm "$app/$1"
 }
