@@ -41,7 +41,7 @@ guest() {
 scan() {
     in_sw python3 tftp_scanner.py $device_address "$@" >/run/scan
     note "of $1 transfers ($2 $3) $(cat /run/scan) were let in"
-    expect_between "transfers that were let in" 1 "$1" "$(cat /run/scan)"
+    [ "$(cat /run/scan)" -gt 0 ] || failure "the scanner was never let in"
 }
 
 # flood SEED: half of the DHCP junk has the transaction id that the daemon listens for. It works in turn: once it has
