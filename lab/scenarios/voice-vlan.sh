@@ -25,7 +25,7 @@ guest() {
     wait_log "Starting LLDP"
     ip -n sw link set p1 up
     wait_log "Using VLAN 100" "Send LLDP"
-    expect "MTU and address afterwards" "1400 10.100.0.77/24" "$(cat /sys/class/net/eth1.100/mtu) $(address_of eth1.100)"
+    expect "MTU and address later" "1400 10.100.0.77/24" "$(cat /sys/class/net/eth1.100/mtu) $(address_of eth1.100)"
     expect_log 1 "eth1.100 goes to SELECTING"
 
     # The only neighbour is another endpoint, whose policy must not count.
