@@ -76,6 +76,19 @@ TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps) {
     EXPECT_EQ(atimestamp::now().ms - wall_clock, 40);
 }
 
+TEST_F(core_test, no_count_before_the_wrap_is_a_failure_of_the_clock) {
+    for (bool const fail : {false, true}) {
+        last_ticks_fail = fail;
+        clock_ticks_offset -= 4100 + unsigned(rtimestamp::now().ticks / 10000000);
+        rtimestamp const before = rtimestamp::now();
+        for (int ticks = 1; ticks < 4200; ++ticks) {
+            run_for(0.01);
+            errno = EAGAIN;  // of another call
+            ASSERT_EQ(rtimestamp::now() - before, ticks * 10000000LL) << fail;
+        }
+    }
+}
+
 TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
     EXPECT_EQ(timeout_queue::global_queue.delay(true), -1);
     timeout_queue::global_queue.next();  // does nothing

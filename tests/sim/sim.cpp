@@ -56,6 +56,7 @@ int descriptors_max;
 bool nv_is_apart;
 int allocations = 0;
 unsigned int clock_ticks_offset = 0;
+bool last_ticks_fail = false;
 
 namespace {
 
@@ -511,6 +512,7 @@ void reset_world() {
     first_descriptor = 300;
     descriptors_max = 1024;
     nv_is_apart = false;
+    last_ticks_fail = false;
     clock_ms = (clock_ms + 9) / 10 * 10;
     case_start_ms = clock_ms;
 }
@@ -539,9 +541,10 @@ void* __wrap_malloc(size_t size) {
     return __real_malloc(size);
 }
 
+// The result has 32 bits, as on the device.
 clock_t __wrap_times(struct tms*) {
-    uint32_t const ticks = static_cast<uint32_t>(clock_ms / 10) + clock_ticks_offset;
-    return static_cast<clock_t>(ticks);
+    int const ticks = static_cast<int>(static_cast<uint32_t>(clock_ms / 10) + clock_ticks_offset);
+    return last_ticks_fail && ticks < 0 && ticks >= -4095 ? refuse(-ticks) : ticks;
 }
 
 int __wrap_gettimeofday(struct timeval* time, void*) {

@@ -94,6 +94,7 @@ extern int descriptors_max;              // open at a time
 extern bool nv_is_apart;                 // /nv is a file system of its own
 extern int allocations;                  // by the daemon in main loop passes
 extern unsigned int clock_ticks_offset;  // added to times()
+extern bool last_ticks_fail;             // times() takes the 4095 counts before a wrap for errors
 
 bytes damaged(bytes const& good, std::minstd_rand& random);
 // Feeds some damaged forms of `good`, and then the same again, which must not need more memory.
