@@ -1,0 +1,6 @@
+include(${CMAKE_CURRENT_LIST_DIR}/mips.cmake)
+set(arch mips)
+set(triplet mips-linux-gnu)
+set(tools ${triplet}-)
+set(headers /usr/${triplet}/include)
+include(${CMAKE_CURRENT_LIST_DIR}/uclibc-any.cmake)

@@ -1,0 +1,6 @@
+include(${CMAKE_CURRENT_LIST_DIR}/mipsel.cmake)
+set(arch mipsel)
+set(triplet mipsel-linux-gnu)
+set(tools ${triplet}-)
+set(headers /usr/${triplet}/include)
+include(${CMAKE_CURRENT_LIST_DIR}/uclibc-any.cmake)

@@ -1,0 +1,5 @@
+set(arch x86-64)
+set(triplet x86_64-linux-gnu)
+set(tools "")
+set(headers /usr/include)
+include(${CMAKE_CURRENT_LIST_DIR}/uclibc-any.cmake)
