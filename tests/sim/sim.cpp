@@ -54,6 +54,7 @@ bool expects_all_watched;
 int first_descriptor;
 int descriptors_max;
 bool nv_is_apart;
+long long bytes_written = 0;
 int allocations = 0;
 unsigned int clock_ticks_offset = 0;
 bool last_ticks_fail = false;
@@ -676,6 +677,9 @@ ssize_t __wrap_write(int fd, void const* data, size_t size) {
         log_records.push_back(raw(data, size));
     } else {
         written.content += raw(data, size);
+        bool const is_kept =
+            !target->path.starts_with("/proc") && !target->path.starts_with("tmp.");
+        bytes_written += is_kept ? ssize_t(size) : 0;
     }
     return ssize_t(size);
 }

@@ -92,6 +92,7 @@ extern bool expects_all_watched;         // no data in a socket that select() is
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
 extern int descriptors_max;              // open at a time
 extern bool nv_is_apart;                 // /nv is a file system of its own
+extern long long bytes_written;          // to files, but for /proc and uploads on their way
 extern int allocations;                  // by the daemon in main loop passes
 extern unsigned int clock_ticks_offset;  // added to times()
 extern bool last_ticks_fail;             // times() takes the 4095 counts before a wrap for errors

@@ -62,7 +62,9 @@ private:
 
     bool const has_failing_calls;
     double storm_end = 0;
-    int in_vain = 0;  // link flaps in a row
+    double seconds_of_storms = 0;
+    long long bytes_in_storms = 0;  // written to files
+    int in_vain = 0;                // link flaps in a row
     bool interrupt_select = false;
 };
 
@@ -221,9 +223,13 @@ void one_life::worsen() {
 }
 
 void one_life::storm() {
-    storm_end = now() + world.one_of({minute, hour, 6 * hour});
-    at(now(), [this] { worsen(); });
+    double const begin = now();
+    long long const written_before = bytes_written;
+    storm_end = begin + world.one_of({minute, hour, 6 * hour});
+    at(begin, [this] { worsen(); });
     play_until(storm_end);
+    seconds_of_storms += now() - begin;
+    bytes_in_storms += bytes_written - written_before;
 }
 
 // --- Health ---
@@ -297,6 +303,9 @@ void one_life::play(double days) {
 
 void one_life::report(std::ostream& out) {
     out << now() / day / 365.25 << " years\n" << checks.passes << " main loop passes\n";
+    out << seconds_of_storms / day / 365.25 << " years of storms\n";
+    out << bytes_in_storms << " bytes written to files in storms\n";
+    out << bytes_written - bytes_in_storms << " bytes written to files in health\n";
     out << checks.memory_max << " most bytes of memory\n";
     out << checks.healthy_first << " most bytes in use, first healthy\n";
     out << checks.healthy_last << " most bytes in use, last healthy\n";
