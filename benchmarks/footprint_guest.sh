@@ -65,7 +65,12 @@ memory() {
         cat /proc/$process/smaps_rollup
     done | awk -v c=$candidate '
         { kb[$1] += $2 }
-        END { print c, "rss", kb["Rss:"]; print c, "private-dirty", kb["Private_Dirty:"] }' >>$out/results
+        END {
+            print c, "rss", kb["Rss:"]
+            print c, "pss", kb["Pss:"]
+            print c, "private", kb["Private_Clean:"] + kb["Private_Dirty:"]
+            print c, "private-dirty", kb["Private_Dirty:"]
+        }' >>$out/results
 }
 
 # wakeups CANDIDATE GROUP...: how often a process went on after it had waited

@@ -3,11 +3,14 @@
 import sys
 
 SET = ("wpa_supplicant", "lldpd", "dhcpcd", "dnsmasq", "chronyd", "tftpd-hpa")
-BUILDS = ("x86-64", "x86-64-static", "x86-64-musl")
+BUILDS = ("x86-64", "x86-64-static", "x86-64-musl", "x86-64-uclibc-static")
+BOARD_BUILDS = ("mipsel-uclibc", "mipsel-uclibc-static", "mipsel")
 COLUMNS = (
     ("files", "file kB", 1000),
     ("libraries", "libraries kB", 1000),
     ("rss", "RSS KiB", 1),
+    ("pss", "PSS KiB", 1),
+    ("private", "private KiB", 1),
     ("private-dirty", "private dirty KiB", 1),
     ("wakeups", "wakeups", 0),
     ("frames", "frames", 0),
@@ -26,7 +29,7 @@ def read(folder):
 
 
 def sum_up_set(results):
-    for what in ("files", "rss", "private-dirty"):
+    for what in ("files", "rss", "pss", "private", "private-dirty"):
         results["set"][what] = sum(results[program][what] for program in SET)
 
 
@@ -45,15 +48,22 @@ def print_target(what, seen, target, unit=""):
 
 
 def print_targets(results, minutes):
-    daemon, board = results["x86-64"], results["mipsel"]
+    daemon = results["x86-64"]
+    for build, file, rss, dirty in (("mipsel-uclibc", 135, 600, 220), ("mipsel-uclibc-static", 160, 240, 240)):
+        on_board = results[build]
+        print_target(f"file, {build}", on_board["files"] / 1000, file, " kB")
+        print_target(f"RSS, {build} on the board", on_board["rss"], rss, " KiB")
+        print_target(f"private dirty, {build} on the board", on_board["private-dirty"], dirty, " KiB")
     print_target("RSS, x86-64", daemon["rss"], 1536, " KiB")
-    print_target("RSS, mipsel on the board", board["rss"], 1536, " KiB")
+    print_target("RSS, mipsel on the board", results["mipsel"]["rss"], 1536, " KiB")
     print_target("RSS, x86-64-static", results["x86-64-static"]["rss"], 0.95 * 1024, " KiB")
     for build in BUILDS:
         print_target(f"private dirty, {build}", results[build]["private-dirty"], 192, " KiB")
     print_target("wakeups a minute beside one a frame", (daemon["wakeups"] - daemon["frames"]) / minutes, 30)
     print_target("system calls a minute", daemon["system-calls"] / minutes, 330)
-    print_target("CPU, times the bare program's, on the board", board["cpu"] / results["mipsel-poller"]["cpu"], 1.25)
+    for build in BOARD_BUILDS:
+        ratio = results[build]["cpu"] / results[build + "-poller"]["cpu"]
+        print_target(f"CPU, times the bare program's, {build} on the board", ratio, 1.25)
 
 
 def main():
@@ -64,12 +74,12 @@ def main():
     sum_up_set(results)
     print("| | " + " | ".join(title for _, title, _ in COLUMNS) + " |")
     print("|---|" + "---:|" * len(COLUMNS))
-    rows = ["poller", *BUILDS, *SET, "set"]
+    for build in BOARD_BUILDS:
+        print_row(f"on the board: basenetd {build}", results[build], minutes)
+        print_row("on the board: the bare program", results[build + "-poller"], minutes)
     titles = {"poller": "the bare program", "set": "the six together"}
-    for name in rows:
+    for name in (*BUILDS, "poller", *SET, "set"):
         title = titles.get(name, f"basenetd {name}" if name in BUILDS else name)
-        print_row(title, results[name], minutes)
-    for name, title in (("mipsel-poller", "on the board: the bare program"), ("mipsel", "on the board: basenetd")):
         print_row(title, results[name], minutes)
     print()
     print("Wakeups, frames, calls and processor time are those of a minute. In the lab that is a process's own time and")

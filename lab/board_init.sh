@@ -1,6 +1,7 @@
 #!/bin/busybox sh
-# First process of the emulated board, whose file system is in memory. It brings up what the device's own system
-# would, starts the daemon, and ends the board when the daemon has come onto the network and was provisioned.
+# First process of the emulated board, whose file system is in memory but for the programs and their library. It
+# brings up what the device's own system would, starts the daemon, and ends the board when the daemon has come onto the
+# network and was provisioned.
 # shellcheck disable=SC2154,SC1091
 /bin/busybox --install -s /bin
 export PATH=/bin
@@ -8,11 +9,13 @@ mount -t devtmpfs dev /dev
 exec </dev/console >/dev/console 2>&1
 mount -t proc proc /proc
 mount -t sysfs sys /sys
-mkdir -p /run/out/nv/app /run/out/bin
-cp /basenetd /basenetlog /run/out/bin/
-for module in llc stp garp mrp 8021q mii pcnet32; do
-    insmod "/lib/modules/$module.ko"
+for module in llc stp garp mrp 8021q mii pcnet32 loop squashfs; do
+    insmod "/modules/$module.ko"
 done
+mount -o loop,ro -t squashfs /flash.image /flash
+mount --bind /flash/lib /lib
+mkdir -p /run/out/nv/app
+ln -s /flash /run/out/bin
 cd /lab || exit
 . ./expect.sh
 . ./guest.sh
@@ -30,7 +33,13 @@ credentials_came_twice() {
     [ "$(log_count "TFTP: Authentication succeeded")" = 2 ]
 }
 
+# memory WHAT [PROCESS]: in kB, of the daemon
+memory() {
+    awk "/^$1:/ { print \$2 }" "/proc/${2:-$daemon}/smaps_rollup"
+}
+
 make_device
+mount --bind /flash "$device/app"
 mkdir "$device/bin"
 cp /bin/busybox "$device/bin/sh"
 ip link set eth0 name eth1
@@ -49,6 +58,6 @@ check_daemon
 device_summary
 echo
 echo "$(grep -E 'system type|cpu model' /proc/cpuinfo | sed 's/.*: //' | tr '\n' ' ') Linux $(uname -r)"
-echo "The daemon's memory: $(memory_kb) kB resident"
-[ ! -e /job/run.sh ] || . /job/run.sh
+echo "The daemon's memory: $(memory Rss) kB resident, $(memory Private_Dirty) kB of it written to"
+[ ! -e /flash/job/run.sh ] || . /flash/job/run.sh
 [ -s "$out/failures" ] || echo "The board is on the network."

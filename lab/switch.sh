@@ -14,5 +14,7 @@ guest() {
     wait_until "the address at the switch" switch_knows "$device_address"
     provision
     lldp_neighbour | grep -E 'mgmt-ip|policy\.(vlan|pcp|dscp)' >"$out/heard"
+    # shellcheck disable=SC1091
+    [ ! -e "$out/switch.sh" ] || . "$out/switch.sh"
     sleep 3600 # The guest is ended when the board has.
 }

@@ -1,0 +1,12 @@
+# The board's part of benchmarks/hostile: prints the seconds gone by and the daemon's memory, every five seconds.
+# shellcheck shell=dash disable=SC2154
+
+end=$(cat /flash/job/seconds) gone=0
+until [ "$gone" -gt "$end" ]; do
+    : >"$out/records" # which would fill the board's memory
+    : >"$out/records.raw"
+    echo "result $gone $(memory Rss) $(memory Private_Dirty)"
+    sleep 5
+    gone=$((gone + 5))
+done
+check_daemon
