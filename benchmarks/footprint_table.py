@@ -21,7 +21,7 @@ COLUMNS = (
 
 def read(folder):
     results = {}
-    for name in ("results", "cpu", "board"):
+    for name in ("results", "cpu", "files"):
         with open(f"{folder}/{name}") as file:
             for candidate, what, value in map(str.split, file):
                 results.setdefault(candidate, {})[what] = float(value)
