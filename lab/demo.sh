@@ -5,6 +5,7 @@
 own="ieee802_1x_username=base7 ieee802_1x_password=secret ntp_server=time.voice.example telnet_enabled=false"
 
 guest() {
+    [ -z "$CONSOLE" ] || lldp_interval=1 # so that a daemon that is restarted hears of the VLAN in time
     start_servers
     capture wire
     device_settings

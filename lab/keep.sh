@@ -21,7 +21,7 @@ curl() {
 }
 
 runs() {
-    busybox pgrep -x basenetd >/dev/null
+    busybox pidof basenetd >/dev/null
 }
 
 gone() {
@@ -29,7 +29,7 @@ gone() {
 }
 
 stop() {
-    gone || { busybox pkill -x basenetd && wait_until "the daemon to end" gone; }
+    gone || { busybox killall basenetd && wait_until "the daemon to end" gone; }
 }
 
 start() {
