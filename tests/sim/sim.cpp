@@ -37,6 +37,7 @@ int __real_fchmod(int, mode_t);
 int __real_mkdir(char const*, mode_t);
 int __real_open(char const*, int, ...);
 ssize_t __real_read(int, void*, size_t);
+int __real_stat(char const*, struct stat*);
 int __real_unlink(char const*);
 ssize_t __real_write(int, void const*, size_t);
 }
@@ -702,6 +703,9 @@ void tell(std::string const& path, struct stat* status) {
 }  // namespace
 
 int __wrap_stat(char const* path, struct stat* status) {
+    if (!is_simulated(path)) {
+        return __real_stat(path, status);
+    }
     if (!files.count(path)) {
         return refuse(ENOENT);
     }
