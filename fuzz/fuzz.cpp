@@ -1,93 +1,245 @@
-#include "fuzz/fuzz.h"
+// One program for all fuzz targets; FUZZ_TARGET in the environment names one. It sends what the
+// fuzzer makes up to the daemon, in the unit tests' simulated world, which begins anew with every
+// input; a failed EXPECT ends the program. An input is a row of steps, so that state machines are
+// walked and not just knocked at:
+//   steps are parted by the three bytes <|>
+//   first byte of a step: bits 0-2 kind, bits 3-4 variant, bits 5-7 the pause behind it
+//   rest: its data
+// Kinds: 0 a packet to the first reader, 1 with our identifiers, 2 and 3 to the second reader,
+// 4 the content of the file, 5 what the owner does, by variant, 7 a call fails.
+#include "readers.h"
 
+#include "config/config_file.h"
+#include "config/setting_container.h"
+#include "config/settings.h"
 #include "core/log.h"
 #include "core/timeout.h"
+#include "dhcp/dhcp.h"
+#include "dhcp6/dhcp6.h"
+#include "dns/dns_resolver.h"
+#include "lib/xml_tree.h"
+#include "lldp/lldp.h"
+#include "ntp/ntp_client.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <iterator>
+#include <vector>
+
+using namespace sim;
 
 namespace {
 
 constexpr char separator[] = "<|>";
-constexpr int steps_max = 24;
+constexpr size_t steps_max = 24;
 constexpr double virtual_time_max = 7500;  // seconds in one input
 constexpr double pauses[] = {0, 0, 0, 0.5, 1, 5, 21};
-constexpr int longest_wait = 3700;                        // seconds, for the next timer
-constexpr unsigned int pool_size_max = 64 * 1024 * 1024;  // bytes
-constexpr int blocks_kept_max = 20000;
+constexpr int longest_wait = 3700;  // seconds, for the next timer
+constexpr size_t grown_each = 64;   // of so many inputs one has a large packet
+
+unsigned int number(bytes const& data, size_t i) {
+    return i < data.size() ? static_cast<unsigned char>(data[i]) : 0;
+}
+
+// --- What the owners do ---
+
+// A name has an end, whether aliases lead to it or in a circle.
+void names(str const& text, unsigned int variant) {
+    if (variant == 0) {
+        str const end = dns_services.resolve_alias(text);
+        EXPECT_TRUE(dns_services.resolve_alias(end) == end) << of(text);
+        str value;
+        int seconds_left;
+        bool const is_known = dns_services.cache_lookup(text, dns_resolver::type_a, value);
+        EXPECT_TRUE(dns_services.cache_lookup(text, dns_resolver::type_a, value, seconds_left) ==
+                    is_known);
+    } else if (variant == 3) {
+        static_dns_domain = text;
+    } else {
+        dns_services.request_dns(text, variant == 1 ? dns_resolver::type_a : dns_resolver::type_srv,
+                                 callback_argument(restart_ntp_client, 0));
+    }
+}
+
+void dhcp_clients(str const& text, unsigned int variant) {
+    dhcp& client = dhcp::clients.find_or_insert("eth1");
+    variant == 0   ? client.start("eth1")
+    : variant == 1 ? client.stop()
+    : variant == 2 ? dhcp::t1_callback("eth1")
+                   : void(ntp_server = text);
+}
+
+void dhcp6_clients(str const&, unsigned int variant) {
+    dhcp6& client = dhcp6::clients.find_or_insert("eth1");
+    variant == 0   ? client.start("eth1")
+    : variant == 1 ? client.stop()
+                   : dhcp6::renew_callback("eth1");
+}
+
+// Restarted with other settings.
+void agents(str const& text, unsigned int variant) {
+    lldp& agent = lldp::clients.find_or_insert("eth1");
+    agent.stop();
+    if (variant == 1) {
+        lldp::set_management_address(text);
+    } else if (variant == 2) {
+        ieee_802_1x_password = ieee_802_1x_username = text;
+    } else if (variant == 3) {
+        use_dhcp = str::f;
+        ip_adr = text.get_field(0, ' ');
+        netmask = text.get_field(1, ' ');
+        vlan_id = text.get_field(2, ' ').value();
+        vlan_prio = text.get_field(3, ' ').value();
+    }
+    agent.start("eth1");
+}
+
+void time_clients(str const& text, unsigned int variant) {
+    ntp[variant % ntp_count].use_server(text);
+}
+
+void access(str const&, unsigned int variant) {
+    tftp_enabled = variant & 1;
+    nv_is_apart = variant & 2;
+}
+
+// Every piece that is cut off is taken from the text, and nothing else is; what is escaped reads as
+// it was.
+void documents(str const& text, unsigned int variant) {
+    reload_settings();
+    xml_tree const root(text, variant & 1);
+    str const name = "a";
+    str output;
+    root.get_children({{name, output}});
+    root.get_children_content({{name, output}});
+    EXPECT_LE(xml_tree::cdata_content(output).length(), output.length());
+    str joined;
+    for (str rest = text; !rest.empty();) {
+        str const piece = xml_tree::get_segment(rest);
+        ASSERT_FALSE(piece.empty());
+        joined += piece;
+    }
+    EXPECT_TRUE(joined == text);
+    xml_tree parent("a", str::null);
+    parent.indent = variant & 1;
+    parent.add_attribute("idx", text);
+    parent.add_child(xml_tree("b", text));
+    xml_tree const again(parent.serialize(variant & 2), true);
+    EXPECT_TRUE(again.name == "a");
+    bool const is_ambiguous = text.contains_char('&') && !text.contains_char('"');
+    EXPECT_TRUE(is_ambiguous || xml_tree::att2txt(xml_tree::txt2att(text)) == text);
+    (void)xml_tree::xml2txt(text);
+    (void)xml_tree::att2txt(text);
+}
+
+struct target {
+    char const* name;
+    reader_number readers[2];
+    char const* file;
+    void (*own)(str const& text, unsigned int variant);
+};
+
+target const targets[] = {
+    {"arp_frame", {reader_arp, reader_dhcp}, "", dhcp_clients},
+    {"dhcp_message", {reader_dhcp, reader_dhcp_frame}, "resolv.conf", dhcp_clients},
+    {"dhcp6_message", {reader_dhcp6, reader_dns}, "/proc/net/if_inet6", dhcp6_clients},
+    {"dns_answer", {reader_dns, reader_ntp}, "", names},
+    {"eapol_frame", {reader_eapol, reader_lldp}, "", agents},
+    {"lldp_frame", {reader_lldp, reader_eapol}, "/proc/avalanche/cpmac_link", agents},
+    {"ntp_reply", {reader_ntp, reader_dns}, "", time_clients},
+    {"settings_file", {reader_count, reader_count}, "settings.xml", documents},
+    {"tftp_packets", {reader_tftp_request, reader_tftp_transfer}, "settings.xml", access},
+};
+
+// --- How an input is played ---
 
 void pass_time(unsigned int pause) {
     if (pause < std::size(pauses)) {
-        sim::run_for(pauses[pause]);
+        run_for(pauses[pause]);
         return;
     }
     int const delay = timeout_queue::global_queue.delay(true);
-    sim::run_for(delay > 0 && delay <= longest_wait * 1000 ? delay / 1000.0 : 0);
+    run_for(delay > 0 && delay <= longest_wait * 1000 ? delay / 1000.0 : 0);
 }
 
-// Of blocks of the pool's classes; larger ones go back to the system, which tells of leaks itself.
-void expect_bounded_pool() {
-    unsigned int carved_bytes = 0;
-    int in_use = 0;
-    for (str::block_class const& each : str::block_size) {
-        carved_bytes += unsigned(each.size) * unsigned(each.carved);
-        in_use += each.carved;
-        for (auto const* block = each.free_list; block; block = block->next_free) {
-            in_use -= 1 + int(block->flags);  // and those behind it that were never used
+// Or all are good again.
+void fail_some_call(bytes const& choice) {
+    static char const* const calls[] = {"ioctl",  "socket",  "sendto", "open", "write",
+                                        "rename", "connect", "read",   "none"};
+    repair();
+    fail(calls[number(choice, 0) % std::size(calls)], number(choice, 1) & 1 ? EMFILE : EIO);
+}
+
+std::vector<bytes> steps_of(bytes const& input) {
+    std::vector<bytes> steps;
+    for (size_t start = 0; steps.size() < steps_max && start < input.size();) {
+        size_t const end = std::min(input.find(separator, start), input.size());
+        if (end > start) {
+            steps.push_back(input.substr(start, end - start));
         }
+        start = end + sizeof separator - 1;
     }
-    EXPECT_LE(carved_bytes, pool_size_max);
-    EXPECT_LE(in_use, blocks_kept_max) << "something is never released";
+    return steps;
+}
+
+// Repeats the packet up to a frame's size, or what its socket lets through.
+bytes grown(bytes const& data, size_t size) {
+    bytes result = data;
+    while (!data.empty() && result.size() + data.size() <= size) {
+        result += data;
+    }
+    return result;
 }
 
 class world : public sim::test {
 public:
-    void play(fuzz::bytes const& input) {
+    void play(target const& chosen, bytes const& input) {
         SetUp();
         srand(1);
-        sim::first_descriptor = 20;  // The main loop looks at every number up to the largest.
+        first_descriptor = 20;  // The main loop looks at every number up to the largest.
         log_level = 9;
-        fuzz::begin();
-        size_t start = 0;
-        for (int i = 0; i < steps_max && start < input.size(); ++i) {
-            size_t const end = std::min(input.find(separator, start), input.size());
-            take(input.substr(start, end - start));
-            start = end + sizeof separator - 1;
+        chosen.readers[0] == reader_count ? settings.init() : readers[chosen.readers[0]].begin();
+        meter watch;
+        // The input itself decides what grows, so that it plays alike at any time.
+        std::vector<bytes> const steps = steps_of(input);
+        size_t const hash = std::hash<bytes>()(input);
+        size_t const large = hash % grown_each ? steps.size() : hash / grown_each % steps.size();
+        for (size_t i = 0; i < steps.size() && now() < virtual_time_max; ++i) {
+            take(chosen, steps[i], i == large ? (hash & 0x10000 ? frame_max : datagram_max) : 0,
+                 watch);
         }
         TearDown();
     }
 
 private:
-    static void take(fuzz::bytes const& text) {
-        if (!text.empty() && sim::now() < virtual_time_max) {
-            unsigned int const control = fuzz::number(text, 0);
-            fuzz::take({control & 7, control >> 3 & 3, control >> 5, text.substr(1)});
-            pass_time(control >> 5);
+    static void take(target const& chosen, bytes const& step, size_t size, meter& watch) {
+        unsigned int const control = number(step, 0);
+        unsigned int const kind = control & 7;
+        bytes const data = step.substr(1);
+        if (kind < 4 && chosen.readers[kind / 2] != reader_count) {
+            reader const& where = readers[chosen.readers[kind / 2]];
+            bytes const packet = grown(data, std::min(size, where.size_max));
+            where.arrive(kind % 2 ? where.fitted(packet) : packet);
+            watch.expect_cheap(
+                packet.size(), [] { run_for(0); }, where.beyond);
+        } else if (kind == 4) {
+            files[chosen.file].content = data;
+        } else if (kind == 7) {
+            fail_some_call(data);
+        } else {
+            chosen.own(to_str(data), control >> 3 & 3);
         }
+        pass_time(control >> 5);
     }
     void TestBody() override {}
 };
 
+target const* chosen = nullptr;
+
 }  // namespace
-
-void fuzz::fail_some_call(bytes const& choice) {
-    static char const* const calls[] = {"ioctl", "socket", "sendto",  "open",
-                                        "write", "rename", "connect", "read"};
-    sim::fail(calls[number(choice, 0) % std::size(calls)], number(choice, 1) & 1 ? EMFILE : EIO);
-}
-
-fuzz::bytes fuzz::patched(bytes const& data, size_t offset, bytes const& part) {
-    bytes result = data;
-    for (size_t i = 0; i < part.size() && offset + i < data.size(); ++i) {
-        result[offset + i] = part[i];
-    }
-    return result;
-}
-
-unsigned int fuzz::number(bytes const& data, size_t i) {
-    return i < data.size() ? static_cast<unsigned char>(data[i]) : 0;
-}
 
 // sim.cpp replaces operator new, but not the form that the fuzzer itself uses.
 extern "C" char const* __asan_default_options() {
@@ -95,7 +247,7 @@ extern "C" char const* __asan_default_options() {
 }
 
 // The fuzzer would watch over its memory in a thread that sleeps, but here sleep() is simulated,
-// and not meant for two threads; the pool is looked at below.
+// and not meant for two threads; the meter looks at the pool.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     static char no_watch[] = "-rss_limit_mb=0";
     static char largest_block[] = "-malloc_limit_mb=256";
@@ -105,15 +257,23 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     arguments.push_back(nullptr);
     *argv = arguments.data();
     GTEST_FLAG_SET(break_on_failure, true);
+    char const* const name = getenv("FUZZ_TARGET");
+    chosen = std::find_if(std::begin(targets), std::end(targets),
+                          [&](target const& each) { return name && bytes(name) == each.name; });
+    if (chosen == std::end(targets)) {
+        fprintf(stderr, "FUZZ_TARGET names no target.\n");
+        exit(2);
+    }
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, size_t size) {
     static world simulated;
+    static meter all_inputs;
     static int inputs = 0;
-    simulated.play(fuzz::bytes(reinterpret_cast<char const*>(data), size));
+    simulated.play(*chosen, bytes(reinterpret_cast<char const*>(data), size));
     if (++inputs % 1024 == 0) {
-        expect_bounded_pool();
+        all_inputs.expect_cheap(0, [] {});  // Nothing piles up.
     }
     return 0;
 }

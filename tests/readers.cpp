@@ -8,11 +8,13 @@
 #include "ntp/ntp_client.h"
 #include "tftp/tftp.h"
 
+#include <functional>
+
 using namespace sim;
 
 namespace {
 
-constexpr size_t message_offset = 28;  // behind the headers of IPv4 and UDP
+bytes const headers = hex("4500000000000000 4011 0000 c0000201 ffffffff 0043 0044 0000 0000");
 
 bytes unchanged(bytes const& data) {
     return data;
@@ -20,14 +22,30 @@ bytes unchanged(bytes const& data) {
 
 void nothing() {}
 
-// --- DNS, asked by a time client ---
+void at_socket(int fd, bytes const& data, std::string const& from) {
+    if (fd != -1) {
+        datagram_arrives_at(fd, data, from);
+    }
+}
 
-void begin_dns() {
+// --- Names and time ---
+
+void begin_time(str const& server) {
     use_dhcp = str::f;
     static_dns_server1 = "192.0.2.1";
     static_dns_server3 = "[2001:db8::53]";
-    ntp_server = "pool.ntp.org";
+    ntp_server = server;
     start_manual_ntp_server();
+}
+
+bytes fitted_answer(bytes const& data) {
+    return patched(data, 0, big_endian(unsigned(dns_services.next_id) - 1, 2));
+}
+
+void reply_arrives(bytes const& data) {
+    for (ntp_client const& each : ntp) {
+        at_socket(each.socket, data, each.ipv6 ? "2001:db8::9" : "192.0.2.9");
+    }
 }
 
 // --- DHCPv4 and ARP ---
@@ -42,14 +60,23 @@ void begin_dhcp() {
     client().start("eth1");
 }
 
+bytes fitted_message(bytes const& data) {
+    return patched(patched(patched(data, 0, "\2"), 4, of(client().xid)), 236, hex("63825363"));
+}
+
 void frame_to_client(bytes const& frame) {
     frame_arrives("eth1", 0x0800, frame);
 }
 
+// To whichever socket is open.
+void message_to_client(bytes const& message) {
+    client().raw_mode ? frame_to_client((headers + message).substr(0, frame_max))
+                      : datagram_arrives(68, message);
+}
+
 void reply(char type) {
-    bytes const headers = hex("4500000000000000 4011 0000 c0000201 ffffffff 0043 0044 0000 0000");
-    frame_to_client(headers + hex("02010600") + of(client().xid) + bytes(8, '\0') +
-                    hex("c0000232") + bytes(216, '\0') + hex("63825363 3604c0000201 3501") + type);
+    message_to_client(fitted_message(bytes(16, '\0') + hex("c0000232") + bytes(220, '\0') +
+                                     hex("3604c0000201 3501") + type));
     run_for(0);
 }
 
@@ -113,16 +140,22 @@ void begin_guarded_agent() {
     begin_agent();
 }
 
-// --- Time and files ---
-
-void begin_ntp() {
-    ntp_server = "192.0.2.9";
-    start_manual_ntp_server();
+bytes fitted_tlvs(bytes const& data) {
+    return patched(data, 0, hex("0180c200000e 02deadbeef00 88cc"));
 }
+
+bytes fitted_eap(bytes const& data) {
+    return patched(data, 0,
+                   hex("0180c2000003 02deadbeef00 888e 0100") +
+                       big_endian(unsigned(data.size()) - 18, 2));
+}
+
+// --- Files ---
 
 void begin_tftp() {
     files["settings.xml"].content = "present";
-    files["f"].content = bytes(10000, 'f');
+    files["f"].content = bytes(1200, 'f');
+    files["long"].content = bytes(10000, 'f');
     files["pipe"] = {"x", file::pipe};
     settings.init();
     http_username1 = "admin";
@@ -131,10 +164,10 @@ void begin_tftp() {
     init_tftp();
 }
 
-// Each from another peer.
+// From one of many peers.
 void request(bytes const& packet) {
-    static unsigned int peers = 0;
-    datagram_arrives(69, packet, "192.0.2." + std::to_string(++peers % 250));
+    size_t const peer = std::hash<bytes>()(packet) % 250;
+    datagram_arrives(69, packet, (peer % 4 ? "192.0.2." : "fe80::") + std::to_string(peer));
 }
 
 void await_block() {
@@ -144,8 +177,24 @@ void await_block() {
     }
 }
 
-tftp_result& transfer() {
-    return tftp_ports.first()->value;
+tftp_result const* newest_transfer() {
+    tftp_result const* newest = nullptr;
+    for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
+        newest = &each->value;
+    }
+    return newest;
+}
+
+// The awaited block, or the acknowledgement of the one that was sent.
+bytes fitted_block(bytes const& data) {
+    tftp_result const* const to = newest_transfer();
+    unsigned int const block = to ? to->block + (data.size() > 1 && data[1] == 3) : 0;
+    return patched(data, 2, big_endian(block, 2));
+}
+
+void block_arrives(bytes const& data) {
+    tftp_result const* const to = newest_transfer();
+    at_socket(to ? to->socket : -1, data, "192.0.2.1");
 }
 
 }  // namespace
@@ -159,34 +208,22 @@ bytes patched(bytes const& data, size_t offset, bytes const& part) {
 }
 
 reader const readers[reader_count] = {
-    {"DNS", datagram_max, begin_dns, nothing,
-     [](bytes const& data) {
-         return patched(data, 0, big_endian(unsigned(dns_services.next_id) - 1, 2));
-     },
-     [](bytes const& data) { datagram_arrives_at(dns_socket4, data); }, next_question},
+    {"DNS", datagram_max, [] { begin_time("pool.ntp.org"); }, nothing, fitted_answer,
+     [](bytes const& data) { at_socket(dns_socket4, data, "192.0.2.1"); }, next_question},
     {"DHCPv4 frame", frame_max, begin_dhcp, await_by_frame,
-     [](bytes const& data) { return patched(data, message_offset + 4, of(client().xid)); },
+     [](bytes const& data) { return patched(data, headers.size() + 4, of(client().xid)); },
      frame_to_client, lease},
-    {"DHCPv4", datagram_max, begin_dhcp, await_at_udp,
-     [](bytes const& data) { return patched(data, 4, of(client().xid)); },
-     [](bytes const& data) { datagram_arrives(68, data); }, lease},
+    {"DHCPv4", datagram_max, begin_dhcp, await_at_udp, fitted_message, message_to_client, lease},
     {"ARP", frame_max, begin_dhcp, await_probe_answer, unchanged,
      [](bytes const& data) { frame_arrives("eth1", 0x0806, data); }, next_message},
     {"DHCPv6", datagram_max, begin_dhcp6, await_message6, fitted6,
      [](bytes const& data) { datagram_arrives(546, data, "fe80::1"); }, lease6},
-    {"LLDP", frame_max, begin_agent, nothing, unchanged,
+    {"LLDP", frame_max, begin_agent, nothing, fitted_tlvs,
      [](bytes const& data) { frame_arrives("eth1", 0x88CC, data); }, policy},
-    {"EAPOL", frame_max, begin_guarded_agent, nothing, unchanged,
+    {"EAPOL", frame_max, begin_guarded_agent, nothing, fitted_eap,
      [](bytes const& data) { frame_arrives("eth1", 0x888E, data); }, requests},
-    {"NTP",
-     datagram_max,
-     begin_ntp,
-     nothing,
-     unchanged,
-     [](bytes const& data) { datagram_arrives_at(ntp[0].socket, data, "192.0.2.9"); },
-     {}},
+    {"NTP", datagram_max, [] { begin_time("192.0.2.9"); }, nothing, unchanged, reply_arrives, {}},
     {"TFTP request", datagram_max, begin_tftp, nothing, unchanged, request, file_request},
-    {"TFTP transfer", datagram_max, begin_tftp, await_block,
-     [](bytes const& data) { return patched(data, 2, big_endian(transfer().block + 1, 2)); },
-     [](bytes const& data) { datagram_arrives_at(transfer().socket, data); }, next_message},
+    {"TFTP transfer", datagram_max, begin_tftp, await_block, fitted_block, block_arrives,
+     next_message},
 };

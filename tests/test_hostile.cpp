@@ -30,7 +30,7 @@ std::string const message = "1 02010600, 12 00, 1 c0000232, 24 00, 64 340103, "
                             "1 63825363 3604c0000201 3501 offer_or_ack, ";
 std::string const frame = "1 4500000000000000 4011 0000 c0000201 ffffffff 0043 0044 00000000, ";
 std::string const reply6 = "1 07000000 0003 0028 49414944 0000000000000000 0005 0018, 24 01, ";
-std::string const eapol = "1 0180c2000003 02deadbeef00 888e 0100 05ae, ";
+std::string const eapol = "18 00, ";
 
 shape const shapes[] = {
     {reader_dns, "overlapping labels", region + "037c, 350 bf41, 96 to2, * c017" + alias + "0000"},
@@ -53,9 +53,9 @@ shape const shapes[] = {
     {reader_dhcp6, "empty options", reply6 + "* 00ee0000"},
     {reader_dhcp6, "name servers", reply6 + "1 0017 0100, 128 random n, * 00"},
     {reader_dhcp6, "domain", reply6 + "1 0018 ffff, * 04 n n"},
-    {reader_lldp, "empty TLVs", "1 0180c200000e 02deadbeef00 88cc, * fe00"},
-    {reader_lldp, "policies", "1 0180c200000e 02deadbeef00 88cc fe08 0012bb02 0140 n, * 0800"},
-    {reader_lldp, "noise", "1 0180c200000e 02deadbeef00 88cc, * random"},
+    {reader_lldp, "empty TLVs", "14 00, * fe00"},
+    {reader_lldp, "policies", "14 00, 1 fe08 0012bb02 0140 n, * 0800"},
+    {reader_lldp, "noise", "14 00, * random"},
     {reader_eapol, "Requests", eapol + "* 0107000501"},
     {reader_eapol, "challenges", eapol + "* 0107 0016 04 10 n n n n n n n n"},
     {reader_eapol, "notifications", eapol + "* 0107000502"},
@@ -64,7 +64,7 @@ shape const shapes[] = {
     {reader_tftp_request, "name to read", "1 0001, * 6e"},
     {reader_tftp_request, "longest name", "1 0001, 4000 6e, * 00"},
     {reader_tftp_request, "name to write", "1 0002, * 6e"},
-    {reader_tftp_request, "read", "1 0001 6600, 1400 00"},
+    {reader_tftp_request, "read", "1 0001 6c6f6e6700 n, 1400 00"},
     {reader_tftp_request, "noise", "* random"},
     {reader_tftp_transfer, "data", "1 0003 0000, * 64"},
     {reader_tftp_transfer, "error", "1 0005 0000, * 65"},
@@ -135,7 +135,7 @@ TEST_F(hostile_test, no_packet_costs_more_than_it_may) {
                 where.begin();
             }
             meter watch;
-            int const count = prints || size < 2000 ? 100 : 24;
+            int const count = prints || size < 2000 ? 100 : each.where == reader_dns ? 3 : 24;
             for (int n = 0; n < count; ++n) {
                 where.await();
                 where.arrive(where.fitted(built(each, size, unsigned(n))));

@@ -22,12 +22,16 @@ struct cost {
 constexpr cost next_message = {.packet_bytes = 600};
 // A lease configures and publishes a dozen things, and begins the address check.
 constexpr cost lease = {.packet_bytes = 600, .records = 5};
-// The DHCPv6 reply logs each of its servers; an address lets a time client begin.
-constexpr cost lease6 = {.packet_bytes = 600, .records = 7, .record_bytes = 1000};
+// The DHCPv6 reply logs each of its servers. It lets two time clients begin; their question goes to
+// all name servers, eight at most.
+constexpr cost lease6 = {.packets = 7, .packet_bytes = 900, .records = 7, .record_bytes = 1000};
 // The first policy starts the clients of both address families.
 constexpr cost policy = {.packets = 1, .packet_bytes = 600, .records = 2};
-// An answer about a name lets the SNTP client ask its next question, or the server.
-constexpr cost next_question = {.packets = 2, .packet_bytes = 400, .records = 4};
+// An answer about a name lets the SNTP clients ask their next questions, of all
+// name servers, or send a request. Each alias
+// whose target cannot be leaves a record.
+constexpr cost next_question = {
+    .packets = 7, .packet_bytes = 900, .records = 6000, .record_bytes = 6000 * 60};
 // The name of a file, as long as a path may be, stands in the log; a reader holds a window.
 constexpr cost file_request = {.kept = 100 * 8192, .packet_bytes = 600, .record_bytes = 4096};
 // Each EAP Request of a frame draws a response and a record; the frame is traced in hex.
