@@ -6,124 +6,64 @@
 #include "core/log.h"
 
 using namespace sim;
+using config_test = sim::test;
 
-namespace {
-
-class config_test : public sim::test {
-protected:
-    void SetUp() override {
-        test::SetUp();
-        settings.init();
-        tftp_enabled = false;
+TEST_F(config_test, every_setting_has_its_default_and_is_set_by_the_sample_file) {
+    EXPECT_EQ(ntp_server + base_name + http_username1, "pool.ntp.orgvorn-q7admin");
+    EXPECT_TRUE(http_password1 == "bluefern" && log_level == 9 && !tftp_enabled);
+    files["settings.xml"].content = of(str::read_file(SAMPLE_SETTINGS));
+    settings.init();
+    str all = str::sprintf("%d %d %d %d", vlan_id, vlan_prio, log_level, tftp_enabled);
+    for (str const& each :
+         {base_name, asset_id, ieee_802_1x_username, ieee_802_1x_password, use_dhcp, ip_adr,
+          netmask, gateway, static_dns_server1, static_dns_server2, static_dns_server3,
+          static_dns_server4, static_dns_domain, ntp_server, http_username1, http_password1}) {
+        EXPECT_LE(each.capacity(), 48) << "keeps the whole file in memory";
+        all += str(" ") + each;
     }
-};
-
-std::string section(std::string const& elements) {
-    return "<phone-settings>" + elements + "</phone-settings>";
-}
-
-std::string document(std::string const& body) {
-    return "<?xml version=\"1.0\"?><settings>" + body + "</settings>";
-}
-
-}  // namespace
-
-TEST_F(config_test, every_setting_has_its_key_and_default_and_the_sample_file_sets_it) {
-    table<char const*, str*, char const*, char const*> const texts = {
-        {"base_name", &base_name, "vorn-q7", "lobby"},
-        {"asset_id", &asset_id, "", "A-0042"},
-        {"ieee802_1x_username", &ieee_802_1x_username, "", "lobby-1"},
-        {"ieee802_1x_password", &ieee_802_1x_password, "", "salt & pepper"},
-        {"dhcp", &use_dhcp, "", "false"},
-        {"ip_adr", &ip_adr, "", "192.0.2.20"},
-        {"netmask", &netmask, "", "255.255.255.0"},
-        {"gateway", &gateway, "", "192.0.2.1"},
-        {"dns_server1", &static_dns_server1, "", "192.0.2.53"},
-        {"dns_server2", &static_dns_server2, "", "192.0.2.54"},
-        {"dns_server3", &static_dns_server3, "", "2001:db8::53"},
-        {"dns_server4", &static_dns_server4, "", "2001:db8::54"},
-        {"dns_domain", &static_dns_domain, "", "voice.example"},
-        {"ntp_server", &ntp_server, "pool.ntp.org", "time.voice.example"},
-        {"http_username", &http_username1, "admin", "provisioning"},
-        {"http_password", &http_password1, "bluefern", "correct horse"},
-    };
+    EXPECT_EQ(all, "100 5 7 0 lobby A-0042 lobby-1 salt & pepper false 192.0.2.20 255.255.255.0 "
+                   "192.0.2.1 192.0.2.53 192.0.2.54 2001:db8::53 2001:db8::54 voice.example "
+                   "time.voice.example provisioning correct horse");
     EXPECT_EQ(settings.registered.count, 20);
-    for (auto const& [key, variable, initially, in_sample] : texts) {
-        EXPECT_EQ(*variable, initially);
-        bool const is_password = std::string(key).ends_with("password");
-        EXPECT_EQ(settings.registered.find(key)->confidential, is_password);
+    for (auto* each = settings.registered.first(); each; each = settings.registered.next(each)) {
+        EXPECT_EQ(each->value.confidential, each->key.find("password") >= 0) << of(each->key);
     }
-    tftp_enabled = true;
-    process_config_file(str::read_file(SAMPLE_SETTINGS));
-    for (auto const& [key, variable, initially, in_sample] : texts) {
-        EXPECT_EQ(*variable, in_sample) << key;
-    }
-    EXPECT_EQ(vlan_id * 100 + vlan_prio * 10 + log_level, 10057);
-    EXPECT_FALSE(tftp_enabled);
 }
 
 TEST_F(config_test, a_file_assigns_what_it_can_and_no_more) {
-    std::string const a = "<base_name>a</base_name>";
-    lines const refused = {"3 Could not process configuration file"};
-    for (auto const& [content, name_afterwards, log] : table<std::string, char const*, lines>{
-             {document(section(a) + section("<base_name>b &amp; c</base_name>")), "b & c", {}},
-             {document(section("<base_name idx=\"1\">y</base_name>")), "vorn-q7", {}},
-             {document("<other>" + a + "</other>"), "vorn-q7", {}},
-             {document(section(a + a)).substr(0, 80), "", {}},  // cut off inside the name
-             {" " + document(section(a)), "vorn-q7", refused},
-             {"<?xm", "vorn-q7", refused}}) {
-        SetUp();
-        process_config_file(content.c_str());
-        EXPECT_EQ(base_name, name_afterwards) << content;
-        EXPECT_EQ(take_log(), log) << content;
-    }
-}
-
-TEST_F(config_test, only_a_missing_or_empty_file_lets_tftp_in) {
-    reload_settings();
-    EXPECT_TRUE(tftp_enabled);
-    for (char const* content : {"", "no xml", "<?xml?><settings/>"}) {
+    settings.init();
+    bytes const open = "<?xml?><settings><phone-settings>";
+    bytes const name = "<base_name>a</base_name>";
+    for (auto const& [content, values] : table<bytes, char const*>{
+             {open + "</phone-settings><phone-settings>" + name + "</phone-settings><x/>", "a 9 0"},
+             {open + "<x/><log>3</log><dhcp/></phone-settings>" + name + "</settings>", "- 9 0"},
+             {open + "<log idx='10'>3</log><x/></phone-settings></settings>", "- 3 0"},
+             {"<?xml?><s><phone-settings>" + name + "</phone-settings></s>", "- 9 0"},
+             {" " + open + name, "- 9 0"},
+             {"", "- 9 1"}}) {
+        base_name = "-";
+        log_level = 9;
         tftp_enabled = false;
         files["settings.xml"].content = content;
         reload_settings();
-        EXPECT_EQ(tftp_enabled, *content == 0) << content;
+        EXPECT_EQ(str::sprintf("%s %d %d", base_name, log_level, tftp_enabled), values) << content;
     }
+    EXPECT_EQ(take_log(), lines{"3 Could not process configuration file"});
 }
 
-TEST_F(config_test, values_are_read_by_the_type_of_the_setting) {
-    for (std::string const word : {"TRUE", "On", "yes", "1", "enabled", ""}) {
-        settings.set_provision("telnet_enabled", word.c_str(), str::null, str::null);
-        EXPECT_EQ(tftp_enabled, word.size() > 1 && word.size() < 5) << word;
+TEST_F(config_test, values_are_read_by_type_and_permissions_by_letters) {
+    bool flag = false;
+    int number = 0;
+    str text;
+    settings.register_bool("key", 1, flag, false);
+    settings.register_int("key", 2, number, false);
+    settings.register_str("key", 3, text, false);
+    for (str const row : {"TRUE=-w-=1 0 TRUE 2", "On=rw=1 0 On 0", "yes=r=1 0 yes 1", "1=x=0 1 1 1",
+                          "12 x=W=0 12 12 x 2", "enabled=R=0 0 enabled 1", "0=WR=0 0 0 0"}) {
+        for (char const* index : {"1", "2", "3"}) {
+            settings.set_provision("key", row.get_field(0, '='), row.get_field(1, '='), index);
+        }
+        int const perm = settings.registered.find("key3")->permission;
+        EXPECT_EQ(str::sprintf("%d %d %s %d", flag, number, text, perm), row.get_field(2, '='));
     }
-    settings.set_provision("tftp_enabled", "true", str::null, str::null);
-    EXPECT_FALSE(tftp_enabled);
-    settings.set_provision("vlan_id", " 12 and more", str::null, str::null);
-    EXPECT_EQ(vlan_id, 12);
-    for (auto const& [perm, permission] :
-         table<char const*, int>{{"-w-", 2}, {"rw", 0}, {"r", 1}, {"x", 1}}) {
-        settings.set_provision("log", "9", perm, "10");
-        EXPECT_EQ(settings.registered.find("log10")->permission, permission) << perm;
-    }
-    static int other;
-    settings.register_int("log", 10, other, true);
-    settings.set_provision("log", "4", str::null, "10");
-    EXPECT_EQ(other * 10 + log_level, 49);
-    EXPECT_EQ(settings.registered.find("log10")->permission, 1) << "binding anew keeps it";
-}
-
-TEST_F(config_test, a_short_value_does_not_keep_the_file_in_memory) {
-    std::string const body = section("<base_name>short</base_name>") + bytes(100000, ' ');
-    files["settings.xml"].content = document(body);
-    reload_settings();
-    EXPECT_EQ(base_name, "short");
-    EXPECT_LE(base_name.capacity(), 16);
-}
-
-TEST_F(config_test, damaged_files_neither_crash_nor_cost_memory) {
-    std::string const elements =
-        "<log idx=\"10\" perm='rw'>9</log><base_name>a&amp;&#x41;<![CDATA[b]]></base_name><!-- -->";
-    expect_survives_damage(document(section(elements)), [](bytes const& damaged) {
-        process_config_file(to_str(damaged));
-        log_records.clear();
-    });
 }

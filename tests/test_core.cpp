@@ -8,12 +8,10 @@
 #include "core/timeout.h"
 #include "dhcp/dhcp.h"
 #include "dns/dns_resolver.h"
-#include "lib/packet_socket.h"
 #include "lldp/lldp.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <sys/socket.h>
 
 using namespace sim;
 
@@ -21,17 +19,15 @@ namespace {
 
 constexpr char link_file[] = "/proc/avalanche/cpmac_link";
 
-lines calls;  // of the callbacks of a case
-
+lines calls;  // of the callbacks of a case, with the second
 timeout rearming;
-timeout* victim;
 
-void called_with(str const& text) {
-    calls.push_back(of(text));
+void note(str const& text) {
+    calls.push_back(std::to_string(std::lround(now() * 100)) + " " + of(text));
 }
 
 callback_argument call(char const* text) {
-    return {called_with, text};
+    return {note, text};
 }
 
 lines take_calls() {
@@ -43,6 +39,7 @@ protected:
     void SetUp() override {
         test::SetUp();
         ntp_server.clear();  // or the first address starts a request for its name
+        calls.clear();
     }
 };
 
@@ -53,27 +50,34 @@ TEST_F(core_test, log_records_have_these_bytes_and_are_lost_without_room_in_a_pi
     log_add_message(1, "no pipe", str::null);
     EXPECT_EQ(files.count("net2app"), 0U) << "it is never created";
     files["net2app"].kind = file::pipe;
-    fail("write log", EAGAIN);
+    fail("write log", EAGAIN, 0, 1);
     log_add_message(1, "pipe full", str::null);
-    repair();
     log_add_message(2, "abc", "xy");
     log_add_message(300, "", str::null);
     EXPECT_EQ(log_records, (lines{hex("0000 0013 00000002 0002 0001 0003 616263 0002 0002 7879"),
                                   hex("0000 000a 00000002 012c 0001 0000")}));
 }
 
-TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps) {
+TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps_and_round_half_up) {
     long long const wall_clock = atimestamp::now().ms;
-    clock_ticks_offset += 0xFFFFFFFE - unsigned(rtimestamp::now().ticks / 10000000);
-    timeout timer;
-    timer.callback(rtimestamp::ms2ticks(40), call("after the wrap"));
     rtimestamp const before = rtimestamp::now();
-    run_until(0.03);
-    EXPECT_EQ(rtimestamp::now() - before, 30000000);
-    EXPECT_EQ(take_calls(), lines());
-    run_until(0.04);
-    EXPECT_EQ(take_calls(), lines{"after the wrap"});
-    EXPECT_EQ(atimestamp::now().ms - wall_clock, 40);
+    for (int i = 0; i < 2; ++i) {  // The count wraps after 497 days.
+        run_for(40000000);
+        main_loop_pass();
+    }
+    EXPECT_EQ(rtimestamp::now() - before, 80000000000000000);
+    EXPECT_EQ(atimestamp::now().ms - wall_clock, 80000000000);
+    for (auto const& [ticks, ms, s] : table<long long, int, int>{{1499999, 1, 0},
+                                                                 {1500000, 2, 0},
+                                                                 {1499999999, 1500, 1},
+                                                                 {1500000000, 1500, 2},
+                                                                 {-600000000, -599, 0}}) {
+        EXPECT_EQ(rtimestamp::ticks2ms(ticks), ms) << ticks;
+        EXPECT_EQ(rtimestamp::ticks2s(ticks), s) << ticks;
+    }
+    EXPECT_EQ(text2ms("4294967295.1001"), 4294967296001);
+    EXPECT_EQ(text2ms("1.5"), 1005);
+    EXPECT_EQ(ms2text(4294967296001), "4294967296.1");
 }
 
 TEST_F(core_test, no_count_before_the_wrap_is_a_failure_of_the_clock) {
@@ -92,43 +96,69 @@ TEST_F(core_test, no_count_before_the_wrap_is_a_failure_of_the_clock) {
 TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
     EXPECT_EQ(timeout_queue::global_queue.delay(true), -1);
     timeout_queue::global_queue.next();  // does nothing
-    timeout a;
-    timeout b;
-    timeout c;
+    timeout a, b, c, idle;
     a.callback(rtimestamp::s2ticks(2), call("a"));
     b.callback(rtimestamp::s2ticks(9), call("b"));
     b.callback(rtimestamp::s2ticks(2), call("b again"));
     c.callback(rtimestamp::s2ticks(1), call("c"));
+    timeout const copy(a), copy_of_idle(idle);
+    EXPECT_EQ(copy_of_idle.active, false);
     run_until(0.99);
-    EXPECT_EQ(take_calls(), lines());
-    EXPECT_EQ(a.seconds(), 1);
-    run_until(1.99);
-    EXPECT_EQ(take_calls(), lines{"c"});
-    main_loop_pass();  // waits for both
-    EXPECT_EQ(take_calls(), lines{"a"});
-    c.callback(rtimestamp::s2ticks(-2), call("due at once, but after b"));
+    EXPECT_EQ(a.seconds() + idle.seconds(), 1);
     main_loop_pass();
-    EXPECT_EQ(take_calls(), lines{"b again"});
-    EXPECT_EQ(now(), 2);
+    main_loop_pass();  // waits for three
+    c.callback(rtimestamp::s2ticks(-2), call("due at once, but after the others"));
+    EXPECT_EQ(take_calls(), (lines{"100 c", "200 a"}));
+    run_for(0);
+    EXPECT_EQ(take_calls(),
+              (lines{"200 b again", "200 a", "200 due at once, but after the others"}));
+    c.callback(rtimestamp::s2ticks(5000), call("after more than 71 minutes"));
+    run_for(5000);
+    EXPECT_EQ(take_calls(), lines{"500200 after more than 71 minutes"});
 }
 
-TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any) {
+TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any_and_has_up_to_three_arguments) {
     static void (*const rearm)(str const&) = [](str const& text) {
         rearming.callback(rtimestamp::s2ticks(1), callback_argument(rearm, text + "I"));
-        called_with(text);  // still the argument of this call
+        note(text);  // still the argument of this call
     };
     rearming.callback(0, callback_argument(rearm, "I"));
     run_until(2);
-    EXPECT_EQ(take_calls(), (lines{"I", "II", "III"}));
-    EXPECT_EQ(timeout_queue::global_queue.count, 1);
+    EXPECT_EQ(take_calls(), (lines{"0 I", "100 II", "200 III"}));
     rearming.clear();
-
+    static timeout* victim;
     victim = new timeout;
     victim->callback(0, callback_argument([] { delete victim; }));
-    timeout survivor;
-    survivor.callback(rtimestamp::s2ticks(1), call("survivor"));
-    run_for(1);
-    EXPECT_EQ(take_calls(), lines{"survivor"});
+    run_for(0);
+
+    using text = str const&;
+    void (*const two)(text, text) = [](text a, text b) { note(a + b); };
+    void (*const mixed)(text, int) = [](text a, int b) { note(a + str(b, 0)); };
+    void (*const three)(text, text, text) = [](text a, text b, text c) { note(a + b + c); };
+    void (*const value)(unsigned int) = [](unsigned int a) { note(str(a, 0)); };
+    for (callback_argument const& each :
+         {callback_argument(), callback_argument(two, "a", "b"), callback_argument(mixed, "c", -4),
+          callback_argument(three, "d", "e", "f"), callback_argument(value, 4294967295U)}) {
+        each.call();
+    }
+    EXPECT_EQ(take_calls(), (lines{"200 ab", "200 c-4", "200 def", "200 4294967295"}));
+}
+
+TEST_F(core_test, the_command_line_chooses_log_level_and_pipe_or_ends_the_program) {
+    char const* const good[] = {"basenetd", "--log", "3", "--pipe", "p"};
+    char const* const unknown[] = {"basenetd", "--help", "3"};
+    parse_command_line(3, good);
+    EXPECT_EQ(of(log_pipe_path) + std::to_string(log_level) + std::to_string(daemon_mode),
+              "net2app30");
+    daemon_mode = true;
+    parse_command_line(5, good);
+    EXPECT_EQ(log_pipe_path + str(log_level, 0), "p3");
+    daemon_mode = true;
+    parse_command_line(1, good);
+    parse_command_line(3, good + 2);  // "3" stands for the program
+    EXPECT_TRUE(daemon_mode) << "--pipe alone";
+    EXPECT_EXIT(parse_command_line(4, good), testing::ExitedWithCode(1), "^$");
+    EXPECT_EXIT(parse_command_line(3, unknown), testing::ExitedWithCode(1), "^$");
 }
 
 TEST_F(core_test, start_up_does_its_work_in_this_order) {
@@ -137,45 +167,33 @@ TEST_F(core_test, start_up_does_its_work_in_this_order) {
     files["settings.xml"].content = "<?xml?><settings/>";
     files["/nv/rc.vorn"] = {"#!/bin/sh\n", file::regular, -1, 0755};
     files[link_file].content = "link";
+    first_descriptor = 0;  // as behind close() of the standard ones
     start_up();
-    EXPECT_EQ(take_journal(), (lines{"close 0",
-                                     "close 1",
-                                     "close 2",
-                                     "mkdir /proc/sys",
-                                     "mkdir /proc/sys/net",
-                                     "mkdir /proc/sys/net/ipv6",
-                                     "write /proc/sys/net/ipv6/bindv6only",
-                                     "ignore signal 13",
-                                     "read /nv/mac.txt",
-                                     "read /dev/urandom",
-                                     "read settings.xml",
-                                     "read /nv/rc.vorn",
-                                     "read /nv/rc.vorn",  // for its mode
-                                     "write /nv/rc.vorn.new",
-                                     "fsync /nv/rc.vorn.new",
-                                     "sync",
-                                     "sleep 1",
-                                     "umount /nv",
-                                     "sleep 3",
-                                     "reboot 01234567",
-                                     "read /proc/avalanche/cpmac_link",  // for the first LLDP frame
-                                     "read /proc/avalanche/cpmac_link"}));
+    EXPECT_EQ(play({}, "journal 3"),
+              "0 close 0, close 1, close 2, mkdir /proc/sys, mkdir /proc/sys/net, "
+              "mkdir /proc/sys/net/ipv6, write /proc/sys/net/ipv6/bindv6only, ignore signal 13, "
+              "read /nv/mac.txt, read /dev/urandom, read settings.xml, 0 0 read /nv/rc.vorn, "
+              "write /nv/rc.vorn.new, fsync /nv/rc.vorn.new, sync, sleep 1, umount /nv, sleep 3, "
+              "reboot 01234567, 0 0 read /proc/avalanche/cpmac_link, 1 2 LLDP, 3 DISCOVER");
     EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n./ata-app&\n");
     EXPECT_EQ(files["/nv/rc.vorn"].mode, 0755U);
+    EXPECT_EQ(rtimestamp::now() - system_start, rtimestamp::s2ticks(3));
+    EXPECT_EQ(files["/proc/sys/net/ipv6/bindv6only"].content, "1");
 }
 
-TEST_F(core_test, a_start_script_that_cannot_be_replaced_stays_and_restarts_nothing) {
-    for (auto const& [failing, good_calls] :
-         table<char const*, int>{{"write", 1}, {"fsync", 0}, {"rename", 0}, {"fchmod", 0}}) {
+TEST_F(core_test, a_start_script_that_is_good_or_cannot_be_replaced_restarts_nothing) {
+    for (auto const& [failing, script] : table<char const*, char const*>{
+             {"fsync", "x"}, {"rename", "x"}, {"fchmod", "x"}, {"", "ata-app"}, {"", ""}}) {
         SetUp();
-        files["/nv/rc.vorn"] = {"#!/bin/sh\n", file::regular, -1, 0755};
-        fail(failing, ENOSPC, good_calls);  // the first write goes to /proc
+        daemon_mode = false;
+        files["/nv/rc.vorn"].content = script;
+        fail(failing, ENOSPC);
         start_up();
-        EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n") << failing;
+        EXPECT_EQ(files["/nv/rc.vorn"].content, script) << failing;
         EXPECT_EQ(files.count("/nv/rc.vorn.new"), 0U) << failing;
-        lines const journal = take_journal();
-        EXPECT_EQ(std::count(journal.begin(), journal.end(), "reboot 01234567"), 0) << failing;
-        EXPECT_EQ(count_logged("1 Could not replace /nv/rc.vorn"), 1) << failing;
+        EXPECT_EQ(count_logged("1 Could not replace /nv/rc.vorn"), *failing ? 1 : 0) << failing;
+        std::string const journal = play({}, "journal");
+        EXPECT_EQ(journal.find("close 0") & journal.find("reboot"), std::string::npos) << failing;
     }
 }
 
@@ -186,8 +204,7 @@ TEST_F(core_test, packets_do_not_hold_up_timers) {
         run_until(10);
         handler_ms = cost;
         for (int i = 1; i < 200; ++i) {
-            bytes const frame = hex("0180c200000e") + bytes(20, 'x');
-            at(10 + 0.01 * i, [frame] { frame_arrives("eth1", 0x88CC, frame); });
+            at(10 + 0.01 * i, [] { frame_arrives("eth1", 0x88CC, hex("0180c200000e 78787878")); });
         }
         timeout timer;
         timer.callback(rtimestamp::ms2ticks(970), call("in the middle"));
@@ -220,40 +237,20 @@ TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agent
     }
 }
 
-TEST_F(core_test, the_loop_waits_for_open_descriptors_and_the_earliest_timer) {
-    main_loop_pass();
-    EXPECT_EQ(last_select(), "1 -1");
-    log_add_message(1, "takes descriptor 300", str::null);
-    timeout timer;
-    timer.callback(rtimestamp::ms2ticks(570), call("slept"));
-    main_loop_pass();
-    EXPECT_EQ(last_select(), "1 -1") << "with nothing open, no select()";
-    EXPECT_EQ(now(), 0.57);
-    EXPECT_EQ(take_calls(), lines{"slept"});
-
-    lldp::clients.find_or_insert("eth1").start("eth1");  // 301
-    dhcp::clients.find_or_insert("eth1").start("eth1");  // 302
-    dhcp::clients.find("eth1")->arp_fd = packet_socket::open(SOCK_DGRAM, 0x0806, 2);
-    timer.callback(rtimestamp::ms2ticks(570), call("waited"));
-    main_loop_pass();
-    EXPECT_EQ(last_select(), "304 570 301 302 303");
-    EXPECT_EQ(take_calls(), lines{"waited"});
-    timer.callback(rtimestamp::ms2ticks(10), call("not run"));
-    fail("select", EINTR);
-    main_loop_pass();
-    EXPECT_EQ(take_calls(), lines());
-}
-
 TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_timer) {
     interfaces = {{"eth1.1", 11}, {"eth1.2", 12}};
-    bytes const headers = hex("45000000000000000011 0000000000000000 0000 00000044 00000000");
     for (std::string const interface : {"eth1.2", "eth1.1"}) {
         dhcp::clients.find_or_insert(interface.c_str()).start(interface.c_str());
-        frame_arrives(interface, 0x0800, headers + " 1 of " + interface);
-        frame_arrives(interface, 0x0800, headers + " 2 of " + interface);
+        for (char const* number : {" 1 of ", " 2 of "}) {
+            frame_arrives(interface, 0x0800,
+                          hex("45000000000000000011 0000000000000000 0000 00000044 00000000") +
+                              number + interface);
+        }
     }
     timeout due;
     due.callback(rtimestamp::ms2ticks(10), call("due"));
+    fail("select", EINTR, 0, 1);
+    main_loop_pass();
     for (std::string const expected : {" 1 of ", " 2 of "}) {
         take_log();
         main_loop_pass();
@@ -264,5 +261,5 @@ TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_time
         EXPECT_EQ(take_calls(), lines());
     }
     main_loop_pass();
-    EXPECT_EQ(take_calls(), lines{"due"});
+    EXPECT_EQ(take_calls(), lines{"1 due"});
 }

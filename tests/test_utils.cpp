@@ -3,115 +3,101 @@
 #include "lib/utils.h"
 
 #include <cerrno>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace sim;
+using namespace utils;
+using utils_test = sim::test;
 
-namespace {
-
-class utils_test : public sim::test {};
-
-str bin(std::string const& digits) {
-    return to_str(hex(digits));
-}
-
-ip_port endpoint(std::string const& address, int port) {
-    ip_port result;
-    result.adr = bin(address);
-    result.port = port;
-    return result;
-}
-
-}  // namespace
-
-// --- Addresses ---
-
-TEST_F(utils_test, text_to_address_never_fails) {
-    for (auto const& [text, address] : table<char const*, char const*>{
-             {"10.1.2.3", "0a010203"},
-             {"", "00000000"},
-             {"300.x.-1", "2c00ff00"},
-             {"[::1]", "0000000000000000 0000000000000001"},
-             {"1:2", "0001000000000000 0000000000000002"},  // no "::"
-             {"12345:6::ABcd:x9", "2345000600000000 00000000abcd0009"},
-             {"1::2::3", "0001000000020000 0000000000000003"},
-             {"1:2:3:4:5:6:7:8:9", "0001000200030004 0005000600070008 0009"}}) {
-        EXPECT_EQ(of(utils::compact_ip(text)), hex(address)) << text;
+TEST_F(utils_test, addresses_are_read_from_any_text_and_shown_short) {
+    for (str const row :
+         {"10.1.2.255=10.1.2.255", "300.x.-1=44.0.255.0", "1.2.3.4:5=1.2.3.4", "[[::1]]=::1",
+          "1:2=1::2", "12345:6::ABcd:x9=2345:6::abcd:9", "1::2::3=1:0:2::3", "fe80::=fe80::",
+          "1:0:0:1:0:0:0:1=1::1:0:0:0:1", "1:0:1:0:0:1:1:1=1::1:0:0:1:1:1", "1:0:1::1=1:0:1::1",
+          "1:2:3:4:5:6:7:fabc=1:2:3:4:5:6:7:fabc", "1:2:3:4:5:6:7:8:9=0.0.0.0", " =0.0.0.0"}) {
+        EXPECT_EQ(readable_ip(compact_ip(row.get_field(0, '=')), false), row.get_field(1, '='));
+    }
+    EXPECT_EQ(of(compact_ip("::1") + compact_ip("")), bytes(15, '\0') + "\1" + bytes(4, '\0'));
+    ip_port const v6 = {compact_ip("::"), 69};
+    EXPECT_EQ(readable_ip(1, v6) + readable_ip(2, v6), "udp:[::]:69tcp:[::]:69");
+    EXPECT_EQ(readable_ip(3, ip_port()) + readable_ip(4, v6), "tls:0.0.0.0:0:[::]:69");
+    EXPECT_FALSE(need_dns("1.2.3.255") || need_dns("Fe80::0A") || need_dns("[x]"));
+    EXPECT_FALSE(need_dns("::") || need_dns("9:f:F"));
+    for (str const name : {"host", "1.2.3.4.5", "1.2.3.256", "1.2.3", "", "a:b", "g::1", "G::1"}) {
+        EXPECT_TRUE(need_dns(name)) << of(name);
     }
 }
 
-TEST_F(utils_test, address_to_text_shortens_the_first_long_enough_run_of_zeros) {
-    for (auto const& [address, text] : table<char const*, char const*>{
-             {"0a0102ff", "10.1.2.255"},
-             {"0001000000000001 0000000000000001", "1::1:0:0:0:1"},
-             {"0001000000010000 0000000000000001", "1:0:1::1"},
-             {"0001000000010000 0000000100010001", "1::1:0:0:1:1:1"},  // only twice as long
-             {"fe80000000000000 0000000000000000", "fe80::"},
-             {"0001000200030004 0005000600070abc", "1:2:3:4:5:6:7:abc"}}) {
-        EXPECT_EQ(utils::readable_ip(bin(address), false), text);
-    }
-    EXPECT_EQ(utils::readable_ip(str('\0', 16), true), "[::]");
-    EXPECT_EQ(utils::readable_ip(endpoint("0a000001", 69)), "10.0.0.1:69");
+TEST_F(utils_test, numbers_are_big_endian_and_hex_digits_of_either_case) {
+    EXPECT_EQ(of(int2str(0x12345678, 3) + int2str(0x12345678, 5)), hex("345678 0012345678"));
+    EXPECT_EQ(of(binbignum(0x123456789AB, 18) + binbignum(1, 3)), hex("000000 0123456789ab 01"));
+    str const five = hex2bin("99deadbeef");
+    EXPECT_EQ(str2int(five) + str2int(str()), int(0xDEADBEEF));
+    EXPECT_EQ(str2ulong(five, 0) - str2ulong(five, 1), 0x99DEADBE - 0xDEADBEEF);
+    EXPECT_EQ(str2ulong(five, 2) + str2ulong(five, -1) + hex2dec("1G") + hex2dec("@"), 0U);
+    EXPECT_EQ(of(hex2bin("09aFA") + hex2bin("0x10") + hex2bin("g0")), hex("09af"));
+    EXPECT_EQ(bin2hex("\x01\xfa", false) + bin2hex("\x01\xfa", true), "01fa01FA");
 }
 
-TEST_F(utils_test, only_names_need_dns) {
-    for (char const* literal : {"1.2.3.4", "fe80::1", "[fe80::1]", "::"}) {
-        EXPECT_FALSE(utils::need_dns(literal)) << literal;
+TEST_F(utils_test, messages_and_lists_are_taken_apart) {
+    EXPECT_EQ(utils::padding("abc", 5, '0') + utils::padding("abcdef", 3, ' '), "abc00abc");
+    EXPECT_EQ(get_body_pos("\r\n\r\nA:\r\n\r\nx") * 100 + get_body_pos("\n\nx\n\n"), 1005);
+    EXPECT_EQ(get_body_pos("x\r\r") * 10 + get_body_pos("xx\r\n\r") + get_body_pos("x\n"), 30);
+    for (str const row :
+         {"[2001:db8::1]: 5061 =2001:db8::1=5061", " pbx :5060:1=pbx=5060:1", "pbx=pbx"}) {
+        EXPECT_EQ(get_via_adr(row.get_field(0, '=')), row.get_field(1, '='));
+        EXPECT_EQ(get_via_port(row.get_field(0, '=')), row.get_field(2, '='));
     }
-    for (char const* name : {"host", "1.2.3.4.5", "1.2.3.256", "1.2.3", "", "a:b", "g::1"}) {
-        EXPECT_TRUE(utils::need_dns(name)) << name;
-    }
+    sset<str> const words = split_set(",b,,a,b,c", ',');
+    EXPECT_EQ(words.first()->key + words.next(words.first())->key, "ab");
+    EXPECT_EQ(words.count + split_list("a\xE9z", '\xE9').count + generate_randstr(7).length(), 11);
 }
 
-TEST_F(utils_test, numbers_are_big_endian) {
-    EXPECT_EQ(utils::int2str(0x12345678, 3) + utils::int2str(0x12345678, 5),
-              bin("345678 0012345678"));
-    EXPECT_EQ(utils::str2int(bin("99010203")) + utils::str2int(str()), int(0x99010203));
-    EXPECT_EQ(utils::str2ulong(bin("00deadbeef"), 1), 0xDEADBEEF);
-    EXPECT_EQ(utils::str2ulong(bin("00deadbeef"), 2), 0U);
-}
-
-TEST_F(utils_test, the_mac_address_comes_from_its_file_or_is_the_default) {
-    for (auto const& [content, mac] :
-         table<char const*, char const*>{{"00:04:aa:bb:cc:dd", "0004AABBCCDD"},
-                                         {"00:00:01:bb:cc:dd:ee", "000001BBCCDD"},
-                                         {"00:00:00:bb:cc:dd", "02A0B7000001"}}) {
-        files["/nv/mac.txt"].content = content;
-        EXPECT_EQ(utils::get_mac_addr(), mac);
+TEST_F(utils_test, facts_about_the_device_come_from_its_files) {
+    EXPECT_EQ(get_mac_addr() + uptime_text(), "02A0B7000001");
+    files["/proc/uptime"].content = "93784.99 5";
+    EXPECT_EQ(uptime_text(), "1 days, 2 hours, 3 minutes");
+    for (str const row : {"00:00:01:bb:cc:dd:ee=000001BBCCDD", "00:00:00:b:c:d=02A0B7000001"}) {
+        files["/nv/mac.txt"].content = of(row.get_field(0, '='));
+        EXPECT_EQ(get_mac_addr(), row.get_field(1, '='));
     }
-    EXPECT_EQ(take_log()[0], "5 Read MAC address 0004aabbccdd");
+    EXPECT_EQ(take_log()[2], "5 Read MAC address 000000bcd");
 }
-
-// --- Sockets ---
 
 TEST_F(utils_test, udp_sockets_take_datagrams_of_the_expected_family_only) {
-    int const fd = utils::open_udp_socket(69, false);
-    EXPECT_EQ(utils::send_udp_packet(fd, endpoint("c0000201", 67), str()), 0);
-    EXPECT_EQ(sent.size(), 0U) << "nothing empty is sent";
-    ip_port peer = endpoint("", 7);
-    datagram_arrives(69, "data", "2001:db8::1");
-    EXPECT_EQ(utils::recv_udp_packet4(fd, peer), "");
+    int const fd = open_udp_client(69, {compact_ip("fe80::1"), 70}, 2);
+    EXPECT_EQ(describe(fd), "udp [*]:69 to [fe80::1%2]:70 reuse nonblocking");
+    ip_port peer = local_endpoint(fd, true);
+    EXPECT_EQ(send_udp_packet(fd, str()) + send_udp_packet(fd, peer, str()) + int(sent.size()), 0);
     datagram_arrives(69, "data");
-    EXPECT_EQ(utils::recv_udp_packet6(fd, peer), "");
-    EXPECT_EQ(utils::readable_ip(peer), "0.0.0.0:7") << "left alone";
-    datagram_arrives(69, "v6", "2001:db8::1");
-    EXPECT_EQ(utils::recv_udp_packet6(fd, peer), "v6");
-    EXPECT_EQ(utils::readable_ip(peer), "[2001:db8::1]:69");
-    utils::close_udp_socket(fd);
+    EXPECT_TRUE(recv_udp_packet6(fd, peer).empty() && readable_ip(peer) == "[::]:69");
+    datagram_arrives(69, "6", "2001:db8::1");
+    EXPECT_TRUE(recv_udp_packet6(fd, peer) == "6" && readable_ip(peer) == "[2001:db8::1]:69");
+    close_udp_socket(fd);
     fail("bind", EADDRINUSE);
-    EXPECT_EQ(utils::open_udp_socket(70, true), -1);
+    EXPECT_EQ(open_udp_socket(70, true) + open_udp_client(70, ip_port(), 0), -2);
+    EXPECT_EQ(take_log(),
+              (lines{"1 UDPv6: binding to port 70 failed", "1 UDP: binding to port 70 failed"}));
 }
 
-// --- Text ---
-
-TEST_F(utils_test, hex_text_padding_and_pieces) {
-    EXPECT_EQ(utils::hex2dec("1A") + utils::hex2dec("1G"), 26U);
-    EXPECT_EQ(utils::hex2bin("0a0B1") + utils::hex2bin("0x10"), str("\x0a\x0b"));
-    EXPECT_EQ(utils::bin2hex("\x01\xfa", false) + utils::bin2hex("\x01\xfa", true), "01fa01FA");
-    EXPECT_EQ(utils::padding("abc", 5, '0') + utils::padding("abcdef", 3, ' '), "abc00abc");
-    str_list const pieces = utils::split_list(",a,,b,", ',');
-    ASSERT_EQ(pieces.count, 2);
-    EXPECT_EQ(pieces.head->value + pieces.tail->value, "ab");
-    EXPECT_EQ(utils::split_list("a\xE9z", '\xE9').count, 1) << "above 0x7F nothing matches";
-    EXPECT_EQ(utils::get_body_pos("a: b\r\n\r\nxyz") + utils::get_body_pos("\n\nx"), 8);
-    EXPECT_EQ(utils::generate_randstr(7).length(), 7);
+TEST_F(utils_test, tcp_sockets_connect_send_and_receive_and_close_when_they_fail) {
+    ip_port const peer = {compact_ip("192.0.2.1"), 5060};
+    fail("connect", EINPROGRESS);
+    int const fd = connect_tcp(peer);
+    str data("data");
+    EXPECT_EQ(send_tcp(fd, data) + data.length(), 4);
+    close_udp_socket(fd);
+    for (char const* call : {"connect", "ioctl", "socket"}) {
+        fail(call, EIO);
+        EXPECT_EQ(connect_tcp(peer) + open_tcp_listener(5061, call[0] == 'c'), -2);
+    }
+    EXPECT_EQ(take_log().size(), 6U);
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    unsigned char two[2];
+    EXPECT_EQ(recv_tcp(ends[0], two, 2), -EAGAIN);
+    EXPECT_EQ(write(ends[1], "abcde", 5) + recv_tcp(ends[0], two, 2), 7);
+    EXPECT_EQ(str(two, 2) + recv_tcp(ends[0]), "abcde");
+    EXPECT_EQ(accept_tcp4(ends[0]) + accept_tcp6(ends[0]) + close(ends[0]) + close(ends[1]), -2);
 }

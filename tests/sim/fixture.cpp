@@ -6,7 +6,6 @@
 #include "core/link_monitor.h"
 #include "core/log.h"
 #include "core/start_up.h"
-#include "core/timeout.h"
 #include "dhcp/dhcp.h"
 #include "dhcp6/dhcp6.h"
 #include "dns/dns_resolver.h"
@@ -21,85 +20,17 @@ namespace sim {
 
 namespace {
 
-// What the daemon may change. The first case finds and keeps the initial values.
-str* const texts[] = {&base_name,
-                      &asset_id,
-                      &ieee_802_1x_username,
-                      &ieee_802_1x_password,
-                      &use_dhcp,
-                      &ip_adr,
-                      &netmask,
-                      &gateway,
-                      &static_dns_server1,
-                      &static_dns_server2,
-                      &static_dns_server3,
-                      &static_dns_server4,
-                      &static_dns_domain,
-                      &ntp_server,
-                      &http_username1,
-                      &http_password1,
-                      &mac_addr,
-                      &assigned_ip_adr,
-                      &assigned_server,
-                      &assigned_option_66,
-                      &assigned_option_67,
-                      &dynamic_dns4_server1,
-                      &dynamic_dns4_server2,
-                      &dynamic_dns4_server3,
-                      &dynamic_dns4_server4,
-                      &dynamic_dns4_domain,
-                      &dynamic_dns6_server1,
-                      &dynamic_dns6_server2,
-                      &dynamic_dns6_server3,
-                      &dynamic_dns6_server4,
-                      &dynamic_dns6_domain,
-                      &log_pipe_path,
-                      &link_status_text};
-int* const numbers[] = {&vlan_id, &vlan_prio, &default_interface_index, &log_level,
-                        &link_poll_seconds};
-bool* const switches[] = {&tftp_enabled, &system_ipv4, &system_ipv6, &daemon_mode};
-
-template<class value, size_t count>
-void restore(value* const (&globals)[count]) {
-    static std::vector<value> initial;
-    bool const first_case = initial.empty();
-    for (size_t i = 0; i < count; ++i) {
-        if (first_case) {
-            initial.push_back(*globals[i]);
-        }
-        *globals[i] = initial[i];
-    }
+// The first case finds and keeps the initial values.
+template<class value>
+void restore(value& global) {
+    static std::map<value*, value> initial;
+    global = initial.emplace(&global, global).first->second;
 }
 
-void close_socket(int& fd) {
-    if (fd != -1) {
-        close(fd);
-        fd = -1;
-    }
-}
-
-void reset_dns() {
-    dns_services.clear();
-    dns_services.requests.clear();
-    dns_services.pending.clear();
-    dns_services.next_id = 1;
-    dns_resolver::best_server.clear();
-    close_socket(dns_socket4);
-    close_socket(dns_socket6);
-}
-
-void reset_ntp() {
-    for (ntp_client& client : ntp) {
-        close_socket(client.socket);
-        client.server.clear();
-        client.ipv6 = false;
-        client.attempts = 0;
-        client.questions = 0;
-        client.timer.clear();
-    }
-    init_ntp();
-    ntp_server_selected = false;
-    manual_ntp_started = false;
+// One line for each variable that a header of the daemon declares: see ../CMakeLists.txt.
+void restore_globals() {
+    using ::descriptors::spare;
+#include "globals.inc"
 }
 
 }  // namespace
@@ -109,24 +40,30 @@ void reset_daemon() {
     dhcp6::clients.clear();
     lldp::clients.clear();
     link_timer.clear();
-    reset_dns();
-    reset_ntp();
+    for (ntp_client& client : ntp) {
+        descriptors::close(client.socket);
+        client.~ntp_client();
+        new (&client) ntp_client;
+    }
+    init_ntp();
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
         close(each->key);
     }
     tftp_ports.clear();
-    close_tftp();
-    tftp_next_temp_number = 1;
+    dns_services.clear();
+    dns_services.requests.clear();
+    dns_services.pending.clear();
+    dns_services.next_id = 1;
+    dns_resolver::best_server.clear();
     settings.registered.clear();
-    while (descriptors::abandoned.head) {
+    for (; descriptors::abandoned.head; descriptors::abandoned.remove_first()) {
         close(descriptors::abandoned.head->value);
-        descriptors::abandoned.remove_first();
     }
-    close_socket(descriptors::spare);
-    log_fd = -1;
-    restore(texts);
-    restore(numbers);
-    restore(switches);
+    for (int* fd :
+         {&dns_socket4, &dns_socket6, &fd_tftp4, &fd_tftp6, &log_fd, &descriptors::spare}) {
+        descriptors::close(*fd);
+    }
+    restore_globals();
 }
 
 void test::SetUp() {
@@ -135,9 +72,8 @@ void test::SetUp() {
 }
 
 void test::TearDown() {
-    int const log_pipe = log_fd == -1 ? 0 : 1;
     reset_daemon();
-    EXPECT_EQ(open_descriptors(), log_pipe) << "a socket outlives its owner";
+    EXPECT_EQ(open_descriptors(), 0) << "a socket outlives its owner";
     EXPECT_EQ(timeout_queue::global_queue.count, 0) << "a timer outlives its owner";
 }
 

@@ -1,5 +1,5 @@
-// The simulated outside world of the unit tests: time, files, interfaces, the wire. sim.cpp stands
-// in for the system calls (linker option --wrap); calls on real files and descriptors go through.
+// The simulated outside world of the unit tests: time, files, interfaces, the wire. It stands in
+// for the system calls (linker option --wrap); calls on real files and descriptors go through.
 // A test makes the world, lets time pass in main loop passes, and reads what the daemon did.
 #pragma once
 
@@ -27,6 +27,18 @@ std::string to_hex(bytes const& data);
 bytes big_endian(unsigned int value, int count);
 bytes of(str const& value);
 str to_str(bytes const& data);
+// For EXPECT_PRED_FORMAT2: a failure shows hex, and where the first difference is.
+testing::AssertionResult same_bytes(char const*, char const*, bytes const& is, bytes const& wanted);
+
+// --- Stories: this arrives, time passes, that leaves ---
+// Plays a script of events by name, "name:argument" if need be, and of seconds that pass. Returns
+// what left meanwhile. Known everywhere: "log" and "journal", which tell what was added to them.
+using events = std::map<std::string, std::function<void(std::string const& argument)>>;
+std::string play(events const& known, std::string const& script);
+// What left since the last look, with the seconds: "3 DISCOVER, probe, 4 5 probe", which are two
+// things at 3, and then one twice.
+std::string left();
+void say(std::string const& text);  // among what left
 
 // --- Time: seconds since the case began; only waiting lets it pass ---
 double now();
@@ -44,8 +56,15 @@ struct file {
     kind_type kind = regular;
     long size_told = -1;  // by fstat; -1: the true one, but 0 under /proc and /dev
     unsigned int mode = 0;
+    bytes synced = {};  // what a power cut leaves
 };
 extern std::map<std::string, file> files;
+extern bool nv_is_apart;  // /nv is a file system of its own
+
+// The power goes at the call that writes to a file after so many good ones. It and all others fail.
+void cut_power(int good_calls);
+// What was not synced is gone. Whether the power had been cut.
+bool power_returns();
 
 // What the daemon did to the world, in order: "read PATH", "write PATH", "SIOCSIFADDR eth1
 // 192.0.2.2", "sleep 1", "reboot 1234567", ...
@@ -79,53 +98,24 @@ void datagram_arrives(int port, bytes const& data, std::string const& from = "19
                       std::string const& device = "");
 void datagram_arrives_at(int fd, bytes const& data, std::string const& from = "192.0.2.1");
 void answer_arrives(unsigned int socket, bytes const& data, std::string const& from);
-std::string describe(int fd);  // "udp *:68 eth1 reuse broadcast nonblocking", "closed", ...
-int open_descriptors();
-std::string last_select();  // "COUNT WAIT FD...", with WAIT in ms, -1 for no limit
+std::string describe(int fd);  // "udp *:68 eth1 nonblocking reuse broadcast", "closed", ...
 
-// --- Failures, allocations, hostile input ---
+// --- Failures ---
 // Every call of that name fails, after so many good ones; so many of them. ("write log": write() to
 // a pipe)
 void fail(std::string const& call, int error, int good_calls = 0, int bad_calls = INT_MAX);
 void repair();
+extern unsigned int clock_ticks_offset;  // added to times()
+extern bool last_ticks_fail;             // times() takes the 4095 counts before a wrap for errors
+extern long long bytes_written;          // to files, but for /proc and uploads on their way
 extern bool expects_all_watched;         // no data in a socket that select() is not told of
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
 extern int descriptors_max;              // open at a time
-extern bool nv_is_apart;                 // /nv is a file system of its own
-extern long long bytes_written;          // to files, but for /proc and uploads on their way
-extern int allocations;                  // by the daemon in main loop passes
-extern unsigned int clock_ticks_offset;  // added to times()
-extern bool last_ticks_fail;             // times() takes the 4095 counts before a wrap for errors
+int open_descriptors();
 
 bytes damaged(bytes const& good, std::minstd_rand& random);
 // Feeds some damaged forms of `good`, and then the same again, which must not need more memory.
-template<class function>
-void expect_survives_damage(bytes const& good, function feed) {
-    unsigned int allocated[2];
-    for (unsigned int& each : allocated) {
-        std::minstd_rand random(1);
-        for (int i = 0; i < 2000; ++i) {
-            feed(damaged(good, random));
-        }
-        each = str::allocated_size;
-    }
-    EXPECT_EQ(allocated[0], allocated[1]);
-}
-
-// Repeats a round; after a hundred of them no more memory may be needed.
-template<class function>
-void expect_allocates_nothing(function round) {
-    unsigned int allocated = 0;
-    for (int i = 0; i < 1000; ++i) {
-        if (i == 100) {
-            allocated = str::allocated_size;
-            allocations = 0;
-        }
-        round();
-    }
-    EXPECT_EQ(str::allocated_size, allocated);
-    EXPECT_EQ(allocations, 0);
-}
+void expect_survives_damage(bytes const& good, std::function<void(bytes const&)> const& feed);
 
 // A fresh world; every global of the daemon as at its start.
 void reset_world();
@@ -136,9 +126,13 @@ class test : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
+    // Plays each script in a world of its own.
+    void tell(events const& known, table<std::string, std::string> const& stories);
 };
 
 }  // namespace sim
+
+#define EXPECT_BYTES(is, wanted) EXPECT_PRED_FORMAT2(sim::same_bytes, is, wanted)
 
 inline void PrintTo(str const& value, std::ostream* out) {
     *out << testing::PrintToString(sim::of(value));
