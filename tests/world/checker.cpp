@@ -126,7 +126,7 @@ int count_descriptors() {
         add({each->value.lldp_fd, each->value.eapol_fd});
     }
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
-        add({each->value.socket, each->value.temp_fd});
+        add({each->value.socket, each->value.temp_fd, each->value.file_fd});
     }
     return count;
 }
