@@ -162,6 +162,9 @@ TEST_F(str_test, files_are_read_and_written_whole) {
 }
 
 TEST_F(str_test, folders_are_open_to_all_and_listed_with_kinds_and_sizes) {
+    if (sizeof(void*) == 4) {
+        GTEST_SKIP() << "qemu-user hands 64-bit directory offsets to a C library that has 32 bits";
+    }
     char folder[] = "/tmp/basenetd_test.XXXXXX";
     ASSERT_TRUE(mkdtemp(folder));
     str inner = str(folder) + "/d";
