@@ -5,7 +5,7 @@ build_packages="g++ make cmake"
 demo_packages="user-mode-linux busybox-static iproute2 util-linux lldpd dnsmasq-base kea-dhcp6-server unbound
     hostapd curl tcpdump"
 chrony_libraries="libcap2 libedit2 libgnutls30 libnettle8 libseccomp2"
-test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tftp-hpa atftp tshark python3 procps"
+test_packages="$demo_packages isc-dhcp-server kea-dhcp4-server tftp-hpa atftp tshark netsniff-ng python3 procps"
 
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
