@@ -6,18 +6,14 @@
 
 namespace sim {
 
+// What the rules of a protocol demand beyond the limits for all.
 struct cost {
-    double ms = 0;  // of the processor
-    long peak =
-        0;  // bytes of the pool's blocks at a time, beyond those before and the packet's own
-    long kept = 0;  // bytes of blocks, by all packets so far
+    long kept = 0;  // bytes of the pool's blocks, by all packets so far
     size_t packets = 0;
     size_t packet_bytes = 0;
     size_t records = 0;
     size_t record_bytes = 0;
 };
-
-// What the rules of a protocol demand beyond the limits for all:
 // The message that an answer leads to has its own length, however short the answer.
 constexpr cost next_message = {.packet_bytes = 600};
 // A lease configures and publishes a dozen things, and begins the address check.
@@ -27,9 +23,8 @@ constexpr cost lease = {.packet_bytes = 600, .records = 5};
 constexpr cost lease6 = {.packets = 7, .packet_bytes = 900, .records = 7, .record_bytes = 1000};
 // The first policy starts the clients of both address families.
 constexpr cost policy = {.packets = 1, .packet_bytes = 600, .records = 2};
-// An answer about a name lets the SNTP clients ask their next questions, of all
-// name servers, or send a request. Each alias
-// whose target cannot be leaves a record.
+// An answer about a name lets the SNTP clients ask their next questions, of all name servers, or
+// send a request. Each alias whose target cannot be leaves a record.
 constexpr cost next_question = {
     .packets = 7, .packet_bytes = 900, .records = 6000, .record_bytes = 6000 * 60};
 // The name of a file, as long as a path may be, stands in the log; a reader holds a window.
@@ -42,10 +37,9 @@ constexpr cost requests = {
 class meter {
 public:
     meter();
+    long kept() const;  // bytes of the pool's blocks, by all packets so far
     // Fails when what `deliver` lets the daemon do costs more than a packet of that size may.
     void expect_cheap(size_t size, std::function<void()> const& deliver, cost const& beyond = {});
-
-    cost most;  // of each, by any packet so far
 
 private:
     long const before;

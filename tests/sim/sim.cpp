@@ -29,15 +29,12 @@ bytes big_endian(unsigned int value, int count) {
     return of(utils::int2str(value, count));
 }
 
-testing::AssertionResult same_bytes(char const*, char const*, bytes const& is,
-                                    bytes const& wanted) {
-    if (is == wanted) {
-        return testing::AssertionSuccess();
+std::string dump(bytes const& data) {
+    std::string lines;
+    for (size_t i = 0; i < data.size(); i += 16) {
+        lines += std::to_string(i) + ": " + to_hex(data.substr(i, 16)) + "\n";
     }
-    auto const first = std::mismatch(is.begin(), is.end(), wanted.begin(), wanted.end()).first;
-    return testing::AssertionFailure()
-           << to_hex(is) << "\ninstead of\n"
-           << to_hex(wanted) << "\ndiffers at byte " << first - is.begin();
+    return lines;
 }
 
 bytes damaged(bytes const& good, std::minstd_rand& random) {
@@ -48,18 +45,6 @@ bytes damaged(bytes const& good, std::minstd_rand& random) {
     size_t const cut = random() % (data.size() + 1);
     unsigned int const kind = random() % 4;
     return kind == 0 ? data.substr(0, cut) : kind == 1 ? data + data.substr(cut) : data;
-}
-
-void expect_survives_damage(bytes const& good, std::function<void(bytes const&)> const& feed) {
-    unsigned int allocated[2];
-    for (unsigned int& each : allocated) {
-        std::minstd_rand random(1);
-        for (int i = 0; i < 2000; ++i) {
-            feed(damaged(good, random));
-        }
-        each = str::allocated_size;
-    }
-    EXPECT_EQ(allocated[0], allocated[1]);
 }
 
 }  // namespace sim

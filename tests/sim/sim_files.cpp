@@ -13,7 +13,6 @@
 extern "C" {
 int __real_close(int);
 int __real_fstat(int, struct stat*);
-int __real_fchmod(int, mode_t);
 int __real_mkdir(char const*, mode_t);
 int __real_open(char const*, int, ...);
 ssize_t __real_read(int, void*, size_t);
@@ -116,8 +115,7 @@ bool power_returns() {
 }
 
 descriptor* find(int fd) {
-    auto const found = descriptors.find(fd);
-    return found == descriptors.end() ? nullptr : &found->second;
+    return descriptors.count(fd) ? &descriptors[fd] : nullptr;
 }
 
 descriptor* usable(int fd, char const* call) {
@@ -134,7 +132,8 @@ int add(descriptor const& fresh) {
         ++fd;
     }
     static unsigned int opened = 0;
-    descriptors.emplace(fd, fresh).first->second.number = ++opened;
+    descriptors[fd] = fresh;
+    descriptors[fd].number = ++opened;
     return fd;
 }
 
@@ -210,14 +209,11 @@ int __wrap_open(char const* path, int flags, ...) {
 }
 
 int __wrap_close(int fd) {
-    if (descriptors.erase(fd)) {
-        return 0;
-    }
-    if (fd >= 0 && fd <= 2) {
+    bool const is_standard = fd >= 0 && fd <= 2;
+    if (is_standard) {
         journal.push_back("close " + std::to_string(fd));
-        return 0;
     }
-    return __real_close(fd);
+    return descriptors.erase(fd) || is_standard ? 0 : __real_close(fd);
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
@@ -254,10 +250,10 @@ ssize_t __wrap_write(int fd, void const* data, size_t size) {
 }
 
 int __wrap_stat(char const* path, struct stat* status) {
-    if (!is_simulated(path)) {
-        return __real_stat(path, status);
-    }
-    return fails("stat") ? -1 : files.count(path) ? tell(path, status) : refuse(ENOENT);
+    return !is_simulated(path) ? __real_stat(path, status)
+           : fails("stat")     ? -1
+           : files.count(path) ? tell(path, status)
+                               : refuse(ENOENT);
 }
 
 int __wrap_fstat(int fd, struct stat* status) {
@@ -266,9 +262,6 @@ int __wrap_fstat(int fd, struct stat* status) {
 }
 
 int __wrap_fchmod(int fd, mode_t mode) {
-    if (!find(fd)) {
-        return __real_fchmod(fd, mode);
-    }
     files[find(fd)->path].mode = mode & 07777;
     return fails_to_write("fchmod") ? -1 : 0;
 }
@@ -278,7 +271,7 @@ int __wrap_mkdir(char const* path, mode_t mode) {
         return __real_mkdir(path, mode & 0777);
     }
     if (files.count(path) || fails_to_write("mkdir")) {
-        return refuse(files.count(path) ? EEXIST : EIO);
+        return refuse(EEXIST);
     }
     files[path] = {"", file::folder, -1, mode & 07777};
     journal.push_back(std::string("mkdir ") + path);
@@ -286,10 +279,10 @@ int __wrap_mkdir(char const* path, mode_t mode) {
 }
 
 int __wrap_unlink(char const* path) {
-    if (!is_simulated(path)) {
-        return __real_unlink(path);
-    }
-    return fails_to_write("unlink") ? -1 : files.erase(path) ? 0 : refuse(ENOENT);
+    return !is_simulated(path)        ? __real_unlink(path)
+           : fails_to_write("unlink") ? -1
+           : files.erase(path)        ? 0
+                                      : refuse(ENOENT);
 }
 
 int __wrap_rename(char const* from, char const* to) {
@@ -308,11 +301,9 @@ int __wrap_rename(char const* from, char const* to) {
 int __wrap_fsync(int fd) {
     file& synced = files[find(fd)->path];
     journal.push_back("fsync " + find(fd)->path);
-    if (fails_to_write("fsync")) {
-        return -1;
-    }
-    synced.synced = synced.content;
-    return 0;
+    bool const is_good = !fails_to_write("fsync");
+    synced.synced = is_good ? synced.content : synced.synced;
+    return is_good ? 0 : -1;
 }
 
 void __wrap_sync() {

@@ -24,9 +24,12 @@ constexpr size_t frame_max = 1514;  // bytes, with the Ethernet header
 constexpr size_t datagram_max = 65507;
 
 std::string interface_name(int index) {
-    auto const found = std::find_if(interfaces.begin(), interfaces.end(),
-                                    [=](auto const& each) { return each.second == index; });
-    return found == interfaces.end() ? "no interface" : found->first;
+    for (auto const& [name, number] : interfaces) {
+        if (number == index) {
+            return name;
+        }
+    }
+    return "no interface";
 }
 
 // Without the port of IPv4; "[fe80::1%2]", with the scope if there is one.
@@ -89,25 +92,28 @@ int configure(std::string const& request, std::string const& value) {
 }
 
 int interface_request(unsigned long code, ifreq& request) {
-    static std::map<unsigned long, char const*> const names = {{SIOCSIFADDR, "SIOCSIFADDR "},
-                                                               {SIOCSIFNETMASK, "SIOCSIFNETMASK "},
-                                                               {SIOCSIFBRDADDR, "SIOCSIFBRDADDR "},
-                                                               {SIOCSIFFLAGS, "SIOCSIFFLAGS "},
-                                                               {SIOCSIFMTU, "SIOCSIFMTU "}};
     std::string const name = request.ifr_name;
     if (!interfaces.count(name)) {
         return refuse(ENODEV);
     }
-    if (code == SIOCGIFINDEX) {
+    switch (code) {
+    case SIOCGIFINDEX:
         request.ifr_ifindex = interfaces[name];
-    } else if (code == SIOCGIFFLAGS) {
+        return 0;
+    case SIOCGIFFLAGS:
         request.ifr_flags = IFF_BROADCAST;
-    } else {
-        configure(names.at(code) + name, code == SIOCSIFFLAGS ? std::to_string(request.ifr_flags)
-                                         : code == SIOCSIFMTU ? std::to_string(request.ifr_mtu)
-                                                              : host(&request.ifr_addr));
+        return 0;
+    case SIOCSIFFLAGS:
+        return configure("SIOCSIFFLAGS " + name, std::to_string(request.ifr_flags));
+    case SIOCSIFMTU:
+        return configure("SIOCSIFMTU " + name, std::to_string(request.ifr_mtu));
+    default:
+        return configure((code == SIOCSIFADDR      ? "SIOCSIFADDR "
+                          : code == SIOCSIFNETMASK ? "SIOCSIFNETMASK "
+                                                   : "SIOCSIFBRDADDR ") +
+                             name,
+                         host(&request.ifr_addr));
     }
-    return 0;
 }
 
 // An IPv6 address, its prefix length and the interface index.
