@@ -1,13 +1,10 @@
 // What hurts a reader of foreign bytes: a few shapes for each, in the size of a frame and in the
-// largest that its socket lets through, a hundred different ones in a row. With METER_TABLE in the
-// environment, what they cost is printed.
+// largest that its socket lets through, a hundred different ones in a row.
 #include "readers.h"
 
 #include "dns/dns_resolver.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
 
 using namespace sim;
@@ -120,7 +117,6 @@ class hostile_test : public sim::test {};
 }  // namespace
 
 TEST_F(hostile_test, no_packet_costs_more_than_it_may) {
-    bool const prints = getenv("METER_TABLE");
     for (size_t const size : {size_t(1472), datagram_max}) {
         for (shape const& each : shapes) {
             reader const& where = readers[each.where];
@@ -135,18 +131,12 @@ TEST_F(hostile_test, no_packet_costs_more_than_it_may) {
                 where.begin();
             }
             meter watch;
-            int const count = prints || size < 2000 ? 100 : each.where == reader_dns ? 3 : 24;
+            int const count = size < 2000 ? 100 : each.where == reader_dns ? 3 : 24;
             for (int n = 0; n < count; ++n) {
                 where.await();
                 where.arrive(where.fitted(built(each, size, unsigned(n))));
                 watch.expect_cheap(
                     size, [] { run_for(0); }, where.beyond);
-            }
-            if (prints) {
-                cost const& most = watch.most;
-                printf("| %s | %s | %zu | %.2f | %ld | %ld | %zu, %zu | %zu, %zu |\n", where.name,
-                       each.name, size, most.ms, most.peak >> 10, most.kept >> 10, most.packets,
-                       most.packet_bytes, most.records, most.record_bytes);
             }
         }
     }
