@@ -209,11 +209,14 @@ int __wrap_open(char const* path, int flags, ...) {
 }
 
 int __wrap_close(int fd) {
-    bool const is_standard = fd >= 0 && fd <= 2;
-    if (is_standard) {
-        journal.push_back("close " + std::to_string(fd));
+    if (descriptors.erase(fd)) {
+        return 0;
     }
-    return descriptors.erase(fd) || is_standard ? 0 : __real_close(fd);
+    if (fd >= 0 && fd <= 2) {
+        journal.push_back("close " + std::to_string(fd));
+        return 0;
+    }
+    return __real_close(fd);
 }
 
 ssize_t __wrap_read(int fd, void* data, size_t size) {
