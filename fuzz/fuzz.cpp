@@ -23,9 +23,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <iterator>
 #include <vector>
 
@@ -38,7 +36,6 @@ constexpr size_t steps_max = 24;
 constexpr double virtual_time_max = 7500;  // seconds in one input
 constexpr double pauses[] = {0, 0, 0, 0.5, 1, 5, 21};
 constexpr int longest_wait = 3700;  // seconds, for the next timer
-constexpr size_t grown_each = 64;   // of so many inputs one has a large packet
 
 unsigned int number(bytes const& data, size_t i) {
     return i < data.size() ? static_cast<unsigned char>(data[i]) : 0;
@@ -185,15 +182,6 @@ std::vector<bytes> steps_of(bytes const& input) {
     return steps;
 }
 
-// Repeats the packet up to a frame's size, or what its socket lets through.
-bytes grown(bytes const& data, size_t size) {
-    bytes result = data;
-    while (!data.empty() && result.size() + data.size() <= size) {
-        result += data;
-    }
-    return result;
-}
-
 class world : public sim::test {
 public:
     void play(target const& chosen, bytes const& input) {
@@ -203,25 +191,22 @@ public:
         log_level = 9;
         chosen.readers[0] == reader_count ? settings.init() : readers[chosen.readers[0]].begin();
         meter watch;
-        // The input itself decides what grows, so that it plays alike at any time.
-        std::vector<bytes> const steps = steps_of(input);
-        size_t const hash = std::hash<bytes>()(input);
-        size_t const large = hash % grown_each ? steps.size() : hash / grown_each % steps.size();
-        for (size_t i = 0; i < steps.size() && now() < virtual_time_max; ++i) {
-            take(chosen, steps[i], i == large ? (hash & 0x10000 ? frame_max : datagram_max) : 0,
-                 watch);
+        for (bytes const& step : steps_of(input)) {
+            if (now() < virtual_time_max) {
+                take(chosen, step, watch);
+            }
         }
         TearDown();
     }
 
 private:
-    static void take(target const& chosen, bytes const& step, size_t size, meter& watch) {
+    static void take(target const& chosen, bytes const& step, meter& watch) {
         unsigned int const control = number(step, 0);
         unsigned int const kind = control & 7;
         bytes const data = step.substr(1);
         if (kind < 4 && chosen.readers[kind / 2] != reader_count) {
             reader const& where = readers[chosen.readers[kind / 2]];
-            bytes const packet = grown(data, std::min(size, where.size_max));
+            bytes const packet = data.substr(0, where.size_max);
             where.arrive(kind % 2 ? where.fitted(packet) : packet);
             watch.expect_cheap(
                 packet.size(), [] { run_for(0); }, where.beyond);
@@ -237,41 +222,21 @@ private:
     void TestBody() override {}
 };
 
-target const* chosen = nullptr;
+target const& chosen_target() {
+    GTEST_FLAG_SET(break_on_failure, true);
+    bytes const name = getenv("FUZZ_TARGET");
+    return *std::find_if(std::begin(targets), std::end(targets),
+                         [&](target const& each) { return name == each.name; });
+}
 
 }  // namespace
 
-// sim.cpp replaces operator new, but not the form that the fuzzer itself uses.
-extern "C" char const* __asan_default_options() {
-    return "alloc_dealloc_mismatch=0:malloc_context_size=1:quarantine_size_mb=4";
-}
-
-// The fuzzer would watch over its memory in a thread that sleeps, but here sleep() is simulated,
-// and not meant for two threads; the meter looks at the pool.
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    static char no_watch[] = "-rss_limit_mb=0";
-    static char largest_block[] = "-malloc_limit_mb=256";
-    static std::vector<char*> arguments(*argv, *argv + *argc);
-    arguments.insert(arguments.begin() + 1, {no_watch, largest_block});
-    *argc = int(arguments.size());
-    arguments.push_back(nullptr);
-    *argv = arguments.data();
-    GTEST_FLAG_SET(break_on_failure, true);
-    char const* const name = getenv("FUZZ_TARGET");
-    chosen = std::find_if(std::begin(targets), std::end(targets),
-                          [&](target const& each) { return name && bytes(name) == each.name; });
-    if (chosen == std::end(targets)) {
-        fprintf(stderr, "FUZZ_TARGET names no target.\n");
-        exit(2);
-    }
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, size_t size) {
+    static target const& chosen = chosen_target();
     static world simulated;
     static meter all_inputs;
     static int inputs = 0;
-    simulated.play(*chosen, bytes(reinterpret_cast<char const*>(data), size));
+    simulated.play(chosen, bytes(reinterpret_cast<char const*>(data), size));
     if (++inputs % 1024 == 0) {
         all_inputs.expect_cheap(0, [] {});  // Nothing piles up.
     }
