@@ -55,9 +55,12 @@ dhcp& client() {
 }
 
 void begin_dhcp() {
-    mac_addr = "0004AABBCCDD";
     ntp_server.clear();
     client().start("eth1");
+}
+
+bytes fitted_frame(bytes const& data) {
+    return patched(data, headers.size() + 4, of(client().xid));
 }
 
 bytes fitted_message(bytes const& data) {
@@ -110,7 +113,6 @@ dhcp6& client6() {
 }
 
 void begin_dhcp6() {
-    mac_addr = "0004AABBCCDD";
     client6().start("eth1");
     run_for(3);
 }
@@ -122,22 +124,16 @@ void await_message6() {
 
 bytes fitted6(bytes const& message) {
     bytes const ours = patched(message, 1, of(client6().message.transaction_id()));
-    size_t const place = ours.find("IAID");
-    return patched(ours, std::min(place, ours.size()), of(client6().iaid));
+    return patched(ours, std::min(ours.find("IAID"), ours.size()), of(client6().iaid));
 }
 
-// --- The switch ---
+// --- The switch, which guards its port ---
 
 void begin_agent() {
-    mac_addr = "0004AABBCCDD";
     ntp_server.clear();
-    lldp::clients.find_or_insert("eth1").start("eth1");
-}
-
-void begin_guarded_agent() {
     ieee_802_1x_username = "base7";
     ieee_802_1x_password = "secret";
-    begin_agent();
+    lldp::clients.find_or_insert("eth1").start("eth1");
 }
 
 bytes fitted_tlvs(bytes const& data) {
@@ -158,8 +154,6 @@ void begin_tftp() {
     files["long"].content = bytes(10000, 'f');
     files["pipe"] = {"x", file::pipe};
     settings.init();
-    http_username1 = "admin";
-    http_password1 = "bluefern";
     tftp_enabled = true;
     init_tftp();
 }
@@ -170,19 +164,19 @@ void request(bytes const& packet) {
     datagram_arrives(69, packet, (peer % 4 ? "192.0.2." : "fe80::") + std::to_string(peer));
 }
 
-void await_block() {
-    if (tftp_ports.count == 0) {
-        request(hex("0002") + bytes("auth.txt\0octet\0", 15));
-        run_for(0);
-    }
-}
-
 tftp_result const* newest_transfer() {
     tftp_result const* newest = nullptr;
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
         newest = &each->value;
     }
     return newest;
+}
+
+void await_block() {
+    if (tftp_ports.count == 0) {
+        request(hex("0002") + bytes("auth.txt\0octet\0", 15));
+        run_for(0);
+    }
 }
 
 // The awaited block, or the acknowledgement of the one that was sent.
@@ -210,9 +204,7 @@ bytes patched(bytes const& data, size_t offset, bytes const& part) {
 reader const readers[reader_count] = {
     {"DNS", datagram_max, [] { begin_time("pool.ntp.org"); }, nothing, fitted_answer,
      [](bytes const& data) { at_socket(dns_socket4, data, "192.0.2.1"); }, next_question},
-    {"DHCPv4 frame", frame_max, begin_dhcp, await_by_frame,
-     [](bytes const& data) { return patched(data, headers.size() + 4, of(client().xid)); },
-     frame_to_client, lease},
+    {"DHCPv4 frame", frame_max, begin_dhcp, await_by_frame, fitted_frame, frame_to_client, lease},
     {"DHCPv4", datagram_max, begin_dhcp, await_at_udp, fitted_message, message_to_client, lease},
     {"ARP", frame_max, begin_dhcp, await_probe_answer, unchanged,
      [](bytes const& data) { frame_arrives("eth1", 0x0806, data); }, next_message},
@@ -220,7 +212,7 @@ reader const readers[reader_count] = {
      [](bytes const& data) { datagram_arrives(546, data, "fe80::1"); }, lease6},
     {"LLDP", frame_max, begin_agent, nothing, fitted_tlvs,
      [](bytes const& data) { frame_arrives("eth1", 0x88CC, data); }, policy},
-    {"EAPOL", frame_max, begin_guarded_agent, nothing, fitted_eap,
+    {"EAPOL", frame_max, begin_agent, nothing, fitted_eap,
      [](bytes const& data) { frame_arrives("eth1", 0x888E, data); }, requests},
     {"NTP", datagram_max, [] { begin_time("192.0.2.9"); }, nothing, unchanged, reply_arrives, {}},
     {"TFTP request", datagram_max, begin_tftp, nothing, unchanged, request, file_request},
