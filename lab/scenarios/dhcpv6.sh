@@ -1,4 +1,5 @@
-# DHCPv6 on the voice VLAN while eth1 carries IPv6 as well: address and renewal. And with routers on eth1: one that offers addresses in vain, one that gives a prefix.
+# DHCPv6 on the voice VLAN while eth1 carries IPv6 as well: address and renewal. And with routers on eth1: one that
+# offers addresses in vain, one that gives a prefix.
 
 guest() {
     make_voice_vlan
