@@ -1,5 +1,4 @@
-#!/usr/bin/awk -f
-# Draws the output of ./run as run.svg: ./run | doc/diagrams/picture_of_a_run >doc/diagrams/run.svg
+# Draws the output of ./run as run.svg: ./run | awk -f doc/diagrams/picture_of_a_run.awk >doc/diagrams/run.svg
 # The levels of the log records have a colour each.
 
 BEGIN {
