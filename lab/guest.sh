@@ -25,7 +25,8 @@ wait_until() {
     shift
     until "$@"; do
         tries=$((tries + 1))
-        [ $tries -lt 300 ] || die "waited 30 s in vain for $what"
+        # shellcheck disable=SC2317 # where die() only tells
+        [ $tries -lt 300 ] || { die "waited 30 s in vain for $what"; return 1; }
         sleep 0.1
     done
 }
