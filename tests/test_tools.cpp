@@ -21,7 +21,7 @@ TEST_F(tools_test, the_check_warns_of_all_that_is_not_as_it_looks) {
              {begin + "<ntp>x</ntp><log>1</log><log idx=\"5\">1</log>" + end,
               {"ntp is ignored", "log is ignored without", "log idx=\"5\" is ignored"}},
              {begin + "<asset_id>a</asset_id><asset_id>b",
-              {"phone-settings is unfinished", "asset_id is unfinished"}},
+              {"settings is unfinished", "asset_id stands twice"}},
              {begin + "<asset_id>a</asset>" + end, {"asset_id is unfinished"}},
              {begin + "<vlan_id>5x</vlan_id><vlan_prio>8</vlan_prio>" + end,
               {"vlan_id is no number", "vlan_id 5 with vlan_prio 8 is not used"}},
@@ -35,6 +35,8 @@ TEST_F(tools_test, the_check_warns_of_all_that_is_not_as_it_looks) {
              {begin + "<dhcp>false</dhcp><ip_adr>10.1.0.2</ip_adr><netmask>255.0.0.0</netmask>" +
                   end,
               {"gateway is missing"}},
+             {begin + "<dns_server2>ns</dns_server2>" + end, {"DNS server \"ns\" is no address"}},
+             {"<?xml?><!DOCTYPE x><settings/>", {"document type"}},
              {begin + "<ntp_server>2001:db8::1</ntp_server>" + end,
               {"cannot be resolved", "no port: db8::1"}},
              {begin + "<ntp_server>Ntp.org:70000</ntp_server>" + end,
@@ -77,7 +79,7 @@ TEST_F(tools_test, the_status_keeps_the_newest_of_each_row) {
     };
     EXPECT_FALSE(says("Send LLDP"));
     says("Using VLAN 7");
-    shows("VLAN in use       ", "7, as the settings have it");
+    shows("VLAN in use       ", "7, no policy of a switch known");
     says("Starting LLDP");
     says("LLDP: VLAN=100, Priority=5, DSCP=46");
     says("Using VLAN 100");
