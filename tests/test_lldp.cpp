@@ -125,20 +125,20 @@ TEST_F(lldp_test, the_agent_starts_address_clients_like_this) {
         tell(world, {{std::string("start 0.5 tlvs:") + tlvs, "0 LLDP"}});
     }
     tell(world,
-         {{"ip:10.1.2.3 mask:255.255.255.254 start 2.99 journal 0.01 journal 97",
-           "0 1 2 LLDP, 3 SIOCSIFADDR eth1 10.1.2.3, SIOCSIFNETMASK eth1 255.255.255.254, "
+         {{"ip:10.1.2.3 mask:255.255.255.252 start 2.99 journal 0.01 journal 97",
+           "0 1 2 LLDP, 3 SIOCSIFADDR eth1 10.1.2.3, SIOCSIFNETMASK eth1 255.255.255.252, "
            "SIOCSIFBRDADDR eth1 10.1.2.3, SIOCDELRT eth1 0.0.0.0 to 0.0.0.0/0.0.0.0 flags 2, "
            "SIOCADDRT eth1 10.1.2.1 to 0.0.0.0/0.0.0.0 flags 3, 33 63 93 LLDP"},
-          {"start 1.5 policy:0140c92e log 0.5 policy:0140cb6e policy:0140cb6e log 1",
-           "0 1 LLDP, 1.5 DISCOVER on eth1.100, 9 Starting LLDP, 1.5 1.5 9 Send LLDP, 8 LLDP: "
-           "VLAN=100, Priority=4, DSCP=46, 5 Using VLAN 100, 7 DHCPv4 on eth1.100 goes to INIT, 7 "
-           "DHCPv4 on eth1.100 goes to SELECTING, 2 LLDP, 9 Send LLDP, 8 LLDP: VLAN=101, "
-           "Priority=5, DSCP=46"},
+          {"start 3 stop 40 start 1", "0 1 2 LLDP, 3 DISCOVER, 43 44 LLDP"},
           {"ipv6 start journal policy:0140d12e stop journal 4 start 3 journal",
            "0 LLDP, add VLAN eth1 104, egress eth1.104 0 to 4, ingress eth1.104 0 to 4, "
            "SIOCSIFFLAGS eth1.104 3, SIOCSIFMTU eth1.104 1496, 3 4 SOLICIT on eth1.104, LLDP, 5 "
            "SOLICIT on eth1.104, LLDP, 6 SOLICIT on eth1.104, LLDP"},
-          {"start 3 stop 40 start 1", "0 1 2 LLDP, 3 DISCOVER, 43 44 LLDP"}});
+          {"start 1.5 policy:0140c92e log 0.5 policy:0140cb6e policy:0140cb6e log 1",
+           "0 1 LLDP, 1.5 DISCOVER on eth1.100, 9 Starting LLDP, 1.5 1.5 9 Send LLDP, 8 LLDP: "
+           "VLAN=100, Priority=4, DSCP=46, 5 Using VLAN 100, 7 DHCPv4 on eth1.100 goes to INIT, 7 "
+           "DHCPv4 on eth1.100 goes to SELECTING, 2 LLDP, 9 Send LLDP, 8 LLDP: VLAN=101, "
+           "Priority=5, DSCP=46"}});
 }
 
 TEST_F(lldp_test, the_supplicant_does_this) {
