@@ -129,6 +129,7 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
         {"REQUESTING ack state", "0 BOUND"},
         {"REQUESTING conflict state", "0 DECLINE, INIT, new xid"},
         {"BOUND t1 state", "0 REQUEST to 192.0.2.1:67, RENEWING, new xid"},
+        {"BOUND t1 nak state", "0 REQUEST to 192.0.2.1:67, " + anew},
         {"BOUND conflict state", "0 DECLINE, INIT, new xid"},
         {"RENEWING ack state", "1801 BOUND"},
         {"RENEWING nak state", "1801 " + anew},
