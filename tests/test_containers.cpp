@@ -23,12 +23,3 @@ TEST_F(containers_test, a_map_agrees_with_that_of_the_standard_library) {
         EXPECT_EQ(map.count, int(model.size()));
     }
 }
-
-TEST_F(containers_test, a_chain_of_half_a_million_equal_keys_needs_no_stack) {
-    smultimap<int, int> queue;
-    for (auto* last = queue.insert(0, 0); queue.count < 500000;) {
-        last = queue.insert(last, 0, queue.count);
-    }
-    EXPECT_EQ(queue.next(queue.first())->value, 1);
-    queue.clear();
-}

@@ -29,10 +29,7 @@ TEST_F(hash_test, results_are_as_published_or_intended) {
              {utils::hex2bin(digest_response("Mufasa", "testrealm@host.com", "Circle Of Life",
                                              "GET", "/dir/index.html", nonce,
                                              {"00000001", "0a4f113b", "auth"})),
-              "6629fae49393a05397450978507c4ef1"},
-             {utils::hex2bin(digest_response("Mufasa", "testrealm@host.com", "Circle Of Life",
-                                             "GET", "/dir/index.html", nonce)),
-              "670fd8c2df070c60b045671b8b24ff02"}}) {
+              "6629fae49393a05397450978507c4ef1"}}) {
         EXPECT_EQ(utils::bin2hex(result, false), expected);
     }
 }

@@ -8,36 +8,17 @@
 using namespace sim;
 using str_test = sim::test;
 
-TEST_F(str_test, a_write_leaves_other_users_of_the_bytes_alone) {
+TEST_F(str_test, writes_and_releases_leave_other_users_of_the_bytes_alone) {
     for (auto const& [write, result] : table<void (*)(str&), bytes>{
-             {[](str& s) { s += 'X'; }, "abcX"},
              {[](str& s) { s.buffer()[1] = 'X'; }, "aXc"},
-             {[](str& s) { s.set_character(5, 'X'); }, bytes("abc\0\0X", 6)},
-             {[](str& s) { s.xor_bytes('Q', 6); }, "032QQQ"}}) {
+             {[](str& s) { s.set_character(5, 'X'); }, bytes("abc\0\0X", 6)}}) {
         (void)(str('?', 16) + str());  // The blocks that are used next hold no zeros.
         str const original("abc");
         str copy = original;
         write(copy);
         EXPECT_EQ(of(copy) + of(original), result + "abc");
     }
-}
-
-TEST_F(str_test, parts_are_views_clamped_to_the_value) {
-    str const text("abcdef");
-    EXPECT_EQ(text.substr(-2, 5) + text.substr(4, INT_MAX) + text.substr(-3), "abcefabcdef");
-    EXPECT_EQ(text.rightstr(2) + text.rightstr(10) + text.substr(5, 1), "efabcdeff");
-    for (str each : {str(nullptr), str('x', 0), str() + str(), text.substr(6, 2),
-                     text.substr(INT_MIN, 2), str() += ""}) {
-        EXPECT_EQ(each.capacity() + *each.c_str() + each[0] + text[-1] + text[6], 0);
-    }
-    str full('a', 16);  // The terminator needs a larger block.
-    EXPECT_EQ(std::string(full.leftstr(2).c_str()) + full.c_str(), "aaaaaaaaaaaaaaaaaa");
-    full.set_length(49);
-    full.set_length(48);
-    EXPECT_EQ(std::to_string(full.length()) + take_log()[0], "481 Cannot set length 49");
-}
-
-TEST_F(str_test, views_of_a_released_value_move_to_a_smaller_block_that_holds_them_all) {
+    // Views move to a smaller block that holds them all.
     for (auto const& [views, span, capacity] :
          table<size_t, int, int>{{16, 25, 48}, {17, 25, 2032}, {1, 1008, 1008}, {1, 1009, 2032}}) {
         str source = str('-', 300) + "<" + str('-', span - 2) + ">" + str('-', 1700 - span);
@@ -52,22 +33,10 @@ TEST_F(str_test, views_of_a_released_value_move_to_a_smaller_block_that_holds_th
     EXPECT_EQ(str::allocated_size - allocated, 262144U + unsigned(large.capacity()));
 }
 
-TEST_F(str_test, comparison_fields_stripping_and_logic) {
-    EXPECT_TRUE(str("ab") < str("abc") && str("ab\x7f") < str("ab\x80") && str("b") > str("ab"));
-    EXPECT_TRUE(str("aBc{").icmp("AbC{") && !str("a{").icmp("a[") && !str("ab").icmp("abc"));
-    EXPECT_EQ(str("aab").substr(1).find("ab") + str().find("") + str("a").find(""), -1);
-    str const text("  a ;b c");
-    EXPECT_EQ(text.get_field(1, "; ") + text.get_field(-1, " ") + text.get_field(3, " "), "ba");
-    EXPECT_EQ(text.get_rest(1, "; ") + text.get_rest(3, " ") + str().get_rest(0, " "), "b c");
-    EXPECT_EQ(str("a:b\r\nc").get_field(1, ':') + str("a:b:c").get_rest(1, ':'), "bb:c");
+TEST_F(str_test, text_is_stripped_and_cut_into_fields_lines_and_records) {
     EXPECT_EQ(str(" \r\na b\t").strip(str::lws) + str("xxaxx").lstrip('x'), "a baxx");
-    EXPECT_EQ(str("xax").rstrip('x') + str("xx").strip('x') + str("a\\b\\").slashes(), "xaa/b/");
     EXPECT_EQ(str("AZ@[az`{").tolower() + str("AZ@[az`{").toupper(), "az@[az`{AZ@[AZ`{");
-    EXPECT_EQ(of(str("\x0f").l_or("\xf0\x01") + str("\x0f\x03").l_xor("\xf1")), hex("ff00fe00"));
-    EXPECT_EQ(of(str("\x0f\x03").l_and("\x0a") + (str("a") + str::x_00).l_not()), hex("0a000001"));
-}
-
-TEST_F(str_test, lines_and_records_are_cut_and_set) {
+    EXPECT_EQ(str("a:b\r\nc").get_field(1, ':') + str(" a ;b c").get_rest(1, "; "), "bb c");
     for (str const row : {"a\r|b\r|c", "a\n|b\n|c", "a\n\r|b\n\r|c", "a\r\n|\r\n|b",
                           "a\r\n b\r\n\tc\r\n|d\r\n e|", "a\n\r| b\n| c"}) {
         str const before = row.get_field(0, "|"), line = row.get_field(1, "|");
@@ -83,25 +52,20 @@ TEST_F(str_test, lines_and_records_are_cut_and_set) {
     // Unlike reading, setting takes a stored name with its blanks, and ends at an empty line.
     EXPECT_EQ(text.set_record_content("VIA", "#", ':', " "), "Via: #\r\nl : 42 \r\n\r\nC: d");
     EXPECT_EQ(text.set_record_content("l", "C", "#", ':', "").rightstr(11), "l:#\r\n\r\nC: d");
-    EXPECT_EQ(str("a=1\nb=2").set_record_content("c", "B", "3", '=', ""), "a=1\nb=3\r\n");
 }
 
 TEST_F(str_test, numbers_are_read_and_written_by_these_rules) {
-    for (str const row : {" \t-12x=-12 0 0", "+-79=-79 0 0", "+8=8 8 0", " -42 \t=-42 0 1",
-                          "/1=0 0 0", "1:=1 1 0", "-=0 0 0", "4294967297=1 1 1"}) {
+    for (str const row : {" \t-12x=-12 0 0", "+-79=-79 0 0", " -42 \t=-42 0 1", "1:=1 1 0",
+                          "-=0 0 0", "4294967297=1 1 1"}) {
         str const text = row.get_field(0, '=');
         str const read = str::sprintf("%d %u %d", text.value(), text.uvalue(), text.is_number());
         EXPECT_EQ(read, row.get_field(1, '='));
     }
-    str const x("x\xab");
-    EXPECT_EQ(str(-7, 3) + str(123456, 2) + str(5, 12) + str(7U, 3), "-071234565007");
-    EXPECT_EQ(str(INT_MIN, 0) + str(-5, 11) + str(UINT_MAX, 0), "-2147483648-00000000054294967295");
-    EXPECT_EQ(str::decimal(LLONG_MIN) + str::decimal(7000000000), "-92233720368547758087000000000");
-    EXPECT_EQ(str::sprintf("%5d|%012d|%12d|%x|%x", 42, 5, 6, 0x12345, 10U),
-              "00042|5|           6|2345|000A");
-    EXPECT_EQ(str::sprintf("%c%S%u%19h%H%% a%qb%5", 65, "bc", UINT_MAX, x, x),
-              "Abc429496729578ab78AB% ab");
-    EXPECT_EQ(str::sprintf("%d%s%S%d", x, 5, x) + str::hex_text(0xFEDCBA98, 9), "000FEDCBA98");
+    EXPECT_EQ(str(INT_MIN, 0) + str::decimal(LLONG_MIN), "-2147483648-9223372036854775808");
+    EXPECT_EQ(str::sprintf("%5d|%012d|%12d|%x|%x|%c%S%u%19h%H%% a%qb%5", -42, 5, 6, 0x12345, 10U,
+                           65, "bc", UINT_MAX, str("\xab"), str("\xab")),
+              "-0042|5|           6|2345|000A|Abc4294967295abAB% ab");
+    EXPECT_EQ(str::sprintf("%d%s%S%d", str("x"), 5, str("x")), "00");
 }
 
 TEST_F(str_test, files_are_read_and_written_whole) {
@@ -113,8 +77,7 @@ TEST_F(str_test, files_are_read_and_written_whole) {
     files["/proc/uptime"].content = of(large.rightstr(5000));  // fstat tells 0
     EXPECT_EQ(str::read_file("/proc/uptime"), large.rightstr(5000));
     files["shrunk"] = {"short", file::regular, 10};
-    EXPECT_EQ(str::read_file("shrunk") + str::read_file("none") + str::read_file(""), "");
-    EXPECT_EQ(str::file_size("shrunk") + str::file_size("none") + str::file_size(""), 10);
+    EXPECT_EQ(str::read_file("shrunk") + str(str::file_size("shrunk"), 0), "10");
     fail("fstat", EIO);
     fail("write", ENOSPC, 1);  // the second piece; the error number is not looked at
     EXPECT_EQ(str::read_file("shrunk") + str::read_file("shrunk", true), "");
