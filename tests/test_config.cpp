@@ -26,8 +26,6 @@ TEST_F(config_test, every_setting_is_set_by_the_sample_file) {
 }
 
 TEST_F(config_test, a_file_assigns_what_it_can_and_no_more) {
-    EXPECT_EQ(ntp_server + base_name + http_username1 + http_password1,
-              "pool.ntp.orgvorn-q7adminbluefern");
     EXPECT_EQ(vlan_id + vlan_prio + log_level + tftp_enabled, 9);
     settings.init();
     bytes const name = "<base_name>a</base_name>";
