@@ -1,6 +1,7 @@
 #include "sim/sim.h"
 
 #include "config/settings.h"
+#include "core/link_monitor.h"
 #include "tftp/tftp.h"
 
 #include <cerrno>
@@ -61,6 +62,8 @@ events const world = {
     {"last", [](auto&) { transfer().block = 65535; }},
     {"transfers", [](auto&) { say(std::to_string(tftp_ports.count)); }},
     {"mode", [](auto& name) { say(std::to_string(files.at(name).mode)); }},
+    {"monitor", [](auto&) { link_monitor("eth1"); }},
+    {"listen", [](auto&) { say(std::to_string((fd_tftp4 != -1) + (fd_tftp6 != -1))); }},
     {"size",
      [](auto& name) { say(std::to_string(files[name].content.size()) + temporary_files()); }},
 };
@@ -111,7 +114,10 @@ TEST_F(tftp_test, transfers_go_like_this) {
           "Receive f (3 bytes), 9 TFTP: Received error 0: no room"},
          {"write:ata-x end:1 write:/nv/ata-x end:1 write:/nv/a/ata-x end:1 mode:ata-x "
           "mode:/nv/ata-x mode:/nv/a/ata-x",
-          "0 ACK 0, ACK 1, ACK 0, ACK 1, ACK 0, ACK 1, 0 0 511, 438"}});
+          "0 ACK 0, ACK 1, ACK 0, ACK 1, ACK 0, ACK 1, 0 0 511, 438"},
+         // Without access nobody listens for long.
+         {"monitor 32 listen closed 2 listen", "32 2, 34 0"},
+         {"closed monitor 31.99 listen 0.01 listen", "31.99 2, 32 0"}});
 }
 
 TEST_F(tftp_test, whatever_fails_a_file_is_the_old_one_or_the_new_one) {
