@@ -197,7 +197,7 @@ private:
         str const port = utils::get_via_port(ntp_server);
         if (!ntp_server.empty() && address.empty()) {
             warn("ntp_server names no server");
-        } else if (utils::need_dns(address) && !can_be_resolved(address)) {
+        } else if (!address.empty() && utils::need_dns(address) && !can_be_resolved(address)) {
             warn(str::sprintf("ntp_server \"%s\" cannot be resolved: names are of small letters, "
                               "digits, '-' and '.', IPv6 addresses stand in brackets",
                               ntp_server));
