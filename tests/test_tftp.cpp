@@ -2,6 +2,7 @@
 
 #include "config/settings.h"
 #include "core/link_monitor.h"
+#include "core/start_up.h"
 #include "tftp/tftp.h"
 
 #include <cerrno>
@@ -121,19 +122,57 @@ TEST_F(tftp_test, transfers_go_like_this) {
 }
 
 TEST_F(tftp_test, whatever_fails_a_file_is_the_old_one_or_the_new_one) {
-    char const* const calls[] = {"open", "write", "read", "fsync", "rename", "power"};
+    char const* const calls[] = {"open", "write", "read", "fsync", "rename"};
     bytes const fresh(700, 'n');
     for (char const* path : {"f", "/nv/f"}) {
-        for (int n = 0; n < 240; ++n) {
-            std::string const call = calls[n % 6];  // fails from its n / 6-th time on
+        for (int n = 0; n < 200; ++n) {
+            std::string const call = calls[n % 5];  // fails from its n / 5-th time on
             SetUp();
             nv_is_apart = true;
             files[path].content = "old";
-            call == "power" ? cut_power(n / 6) : fail(call, EIO, n / 6);
+            fail(call, EIO, n / 5);
             upload(path, fresh);
-            bool const was_cut = call == "power" && power_returns();
-            bytes const found = files[path].content + (was_cut ? "" : temporary_files());
-            EXPECT_TRUE(found == fresh || (found == "old" && n < 234)) << path << n << call;
+            bytes const found = files[path].content + temporary_files();
+            EXPECT_TRUE(found == fresh || (found == "old" && n < 195)) << path << n << call;
+        }
+    }
+}
+
+TEST_F(tftp_test, whenever_the_power_goes_each_file_is_the_old_one_or_the_new_one) {
+    bytes const script = "#!/bin/sh\n";
+    bytes const settings_begin = "<?xml?><settings><phone-settings><telnet_enabled>";
+    bytes const closed = settings_begin + "false</telnet_enabled></phone-settings></settings>";
+    bytes const open = settings_begin + "true</telnet_enabled></phone-settings></settings>";
+    for (auto const& [path, before, after, apart] :
+         table<bytes, bytes, bytes, bool>{{"/nv/rc.vorn", script, script + "./ata-app&\n", false},
+                                          {"settings.xml", open, closed + bytes(700, ' '), false},
+                                          {key_file, "", bytes(700, 'k'), false},
+                                          {key_file, "", bytes(700, 'k'), true}}) {
+        auto const work = [&path = path, &after = after] {
+            reset_daemon();
+            start_up();
+            path == "/nv/rc.vorn" ? void() : upload(path, after);
+        };
+        bool was_cut = true;
+        for (int good_calls = 0; was_cut; ++good_calls) {
+            SetUp();
+            nv_is_apart = apart;
+            files["settings.xml"].content = closed;
+            files[path].content = before;
+            cut_power(good_calls);
+            work();
+            was_cut = power_returns();
+            bytes const found = files[path].content;
+            EXPECT_TRUE(found == after || (was_cut && found == before)) << path << good_calls;
+            reset_daemon();
+            start_up();
+            EXPECT_EQ(tftp_enabled, found == open) << "as meant to be";
+            files["settings.xml"].content = path == "settings.xml" ? open : closed;
+            work();
+            EXPECT_EQ(files[path].content, after) << path << good_calls;
+            tftp_enabled = true;
+            upload("next", "");
+            EXPECT_EQ(temporary_files(), "") << path << good_calls;
         }
     }
 }
