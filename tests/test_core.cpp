@@ -10,7 +10,6 @@
 #include "dns/dns_resolver.h"
 #include "lldp/lldp.h"
 
-#include <algorithm>
 #include <cerrno>
 
 using namespace sim;
@@ -18,30 +17,30 @@ using namespace sim;
 namespace {
 
 constexpr char link_file[] = "/proc/avalanche/cpmac_link";
+using text = str const&;
 
-lines calls;  // of the callbacks of a case, with the second
-timeout rearming;
-
-void note(str const& text) {
-    calls.push_back(std::to_string(std::lround(now() * 100)) + " " + of(text));
+void note(text a) {
+    say(of(a));
 }
 
-callback_argument call(char const* text) {
-    return {note, text};
+void arm(timeout& timer, int ms, char const* name) {
+    timer.callback(ms * 1000000LL, {note, name});
 }
 
-lines take_calls() {
-    return std::exchange(calls, {});
-}
-
-class core_test : public sim::test {
-protected:
-    void SetUp() override {
-        test::SetUp();
-        ntp_server.clear();  // or the first address starts a request for its name
-        calls.clear();
-    }
+events const world = {
+    {"link",
+     [](auto& status) {
+         files[link_file].content = "eth0 : x : down\neth1 :: port :: " + status + " link\n";
+     }},
+    {"nolink", [](auto&) { files[link_file].content = ""; }},
+    {"cache",
+     [](auto&) {
+         say(std::to_string(dns_services.cache.count));
+         dns_services.add_cache("h.org", "192.0.2.9", 300, dns_resolver::type_a);
+     }},
 };
+
+using core_test = sim::test;
 
 }  // namespace
 
@@ -59,28 +58,7 @@ TEST_F(core_test, log_records_have_these_bytes_and_are_lost_without_room_in_a_pi
 }
 
 TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps_and_round_half_up) {
-    long long const wall_clock = atimestamp::now().ms;
-    rtimestamp const before = rtimestamp::now();
-    for (int i = 0; i < 2; ++i) {  // The count wraps after 497 days.
-        run_for(40000000);
-        main_loop_pass();
-    }
-    EXPECT_EQ(rtimestamp::now() - before, 80000000000000000);
-    EXPECT_EQ(atimestamp::now().ms - wall_clock, 80000000000);
-    for (auto const& [ticks, ms, s] : table<long long, int, int>{{1499999, 1, 0},
-                                                                 {1500000, 2, 0},
-                                                                 {1499999999, 1500, 1},
-                                                                 {1500000000, 1500, 2},
-                                                                 {-600000000, -599, 0}}) {
-        EXPECT_EQ(rtimestamp::ticks2ms(ticks), ms) << ticks;
-        EXPECT_EQ(rtimestamp::ticks2s(ticks), s) << ticks;
-    }
-    EXPECT_EQ(text2ms("4294967295.1001"), 4294967296001);
-    EXPECT_EQ(text2ms("1.5"), 1005);
-    EXPECT_EQ(ms2text(4294967296001), "4294967296.1");
-}
-
-TEST_F(core_test, no_count_before_the_wrap_is_a_failure_of_the_clock) {
+    // Some C libraries take the last 4095 counts before a wrap for errors.
     for (bool const fail : {false, true}) {
         last_ticks_fail = fail;
         clock_ticks_offset -= 4100 + unsigned(rtimestamp::now().ticks / 10000000);
@@ -91,77 +69,81 @@ TEST_F(core_test, no_count_before_the_wrap_is_a_failure_of_the_clock) {
             ASSERT_EQ(rtimestamp::now() - before, ticks * 10000000LL) << fail;
         }
     }
+    long long const wall_clock = atimestamp::now().ms;
+    rtimestamp const before = rtimestamp::now();
+    for (int i = 0; i < 2; ++i) {  // with one pass in 463 days
+        run_for(40000000);
+        main_loop_pass();
+    }
+    EXPECT_EQ(rtimestamp::now() - before, 80000000000000000);
+    EXPECT_EQ(atimestamp::now().ms - wall_clock, 80000000000);
+    EXPECT_EQ(text2ms("4294967295.1001"), 4294967296001);
+    EXPECT_EQ(ms2text(4294967296001), "4294967296.1");
 }
 
 TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
     EXPECT_EQ(timeout_queue::global_queue.delay(true), -1);
     timeout_queue::global_queue.next();  // does nothing
     timeout a, b, c, idle;
-    a.callback(rtimestamp::s2ticks(2), call("a"));
-    b.callback(rtimestamp::s2ticks(9), call("b"));
-    b.callback(rtimestamp::s2ticks(2), call("b again"));
-    c.callback(rtimestamp::s2ticks(1), call("c"));
+    arm(a, 2000, "a");
+    arm(b, 9000, "b");
+    arm(b, 2000, "b again");
+    arm(c, 1000, "c");
     timeout const copy(a), copy_of_idle(idle);
-    EXPECT_EQ(copy_of_idle.active, false);
     run_until(0.99);
-    EXPECT_EQ(a.seconds() + idle.seconds(), 1);
+    EXPECT_EQ(a.seconds() + copy_of_idle.seconds(), 1);
     main_loop_pass();
     main_loop_pass();  // waits for three
-    c.callback(rtimestamp::s2ticks(-2), call("due at once, but after the others"));
-    EXPECT_EQ(take_calls(), (lines{"100 c", "200 a"}));
-    run_for(0);
-    EXPECT_EQ(take_calls(),
-              (lines{"200 b again", "200 a", "200 due at once, but after the others"}));
-    c.callback(rtimestamp::s2ticks(5000), call("after more than 71 minutes"));
+    arm(c, -2000, "due at once, but after the others");
+    EXPECT_EQ(left(), "1 c, 2 a");
+    arm(idle, 5000000, "after more than 71 minutes");
     run_for(5000);
-    EXPECT_EQ(take_calls(), lines{"500200 after more than 71 minutes"});
+    EXPECT_EQ(left(),
+              "2 b again, a, due at once, but after the others, 5002 after more than 71 minutes");
 }
 
 TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any_and_has_up_to_three_arguments) {
-    static void (*const rearm)(str const&) = [](str const& text) {
-        rearming.callback(rtimestamp::s2ticks(1), callback_argument(rearm, text + "I"));
-        note(text);  // still the argument of this call
+    static timeout* timer = new timeout;
+    static void (*const rearm)(text) = [](text a) {
+        timer->callback(rtimestamp::s2ticks(1), {rearm, a + "I"});
+        note(a);  // still the argument of this call
     };
-    rearming.callback(0, callback_argument(rearm, "I"));
+    timer->callback(0, {rearm, "I"});
     run_until(2);
-    EXPECT_EQ(take_calls(), (lines{"0 I", "100 II", "200 III"}));
-    rearming.clear();
-    static timeout* victim;
-    victim = new timeout;
-    victim->callback(0, callback_argument([] { delete victim; }));
+    timer->callback(0, callback_argument([] { delete timer; }));
     run_for(0);
-
-    using text = str const&;
-    void (*const two)(text, text) = [](text a, text b) { note(a + b); };
-    void (*const mixed)(text, int) = [](text a, int b) { note(a + str(b, 0)); };
-    void (*const three)(text, text, text) = [](text a, text b, text c) { note(a + b + c); };
-    void (*const value)(unsigned int) = [](unsigned int a) { note(str(a, 0)); };
-    for (callback_argument const& each :
-         {callback_argument(), callback_argument(two, "a", "b"), callback_argument(mixed, "c", -4),
-          callback_argument(three, "d", "e", "f"), callback_argument(value, 4294967295U)}) {
+    for (callback_argument const &each :
+         {callback_argument(),
+          {[](text a, text b) { note(a + b); }, "a", "b"},
+          {[](text a, int b) { note(a + str(b, 0)); }, "c", -4},
+          {[](text a, text b, text c) { note(a + b + c); }, "d", "e", "f"},
+          {[](unsigned int a) { note(str(a, 0)); }, 4294967295U}}) {
         each.call();
     }
-    EXPECT_EQ(take_calls(), (lines{"200 ab", "200 c-4", "200 def", "200 4294967295"}));
+    EXPECT_EQ(left(), "0 I, 1 II, 2 III, ab, c-4, def, 4294967295");
 }
 
 TEST_F(core_test, the_command_line_chooses_log_level_and_pipe_or_ends_the_program) {
-    char const* const good[] = {"basenetd", "--log", "3", "--pipe", "p"};
-    char const* const unknown[] = {"basenetd", "--help", "3"};
-    parse_command_line(3, good);
-    EXPECT_EQ(of(log_pipe_path) + std::to_string(log_level) + std::to_string(daemon_mode),
-              "net2app30");
-    daemon_mode = true;
-    parse_command_line(5, good);
-    EXPECT_EQ(log_pipe_path + str(log_level, 0), "p3");
-    daemon_mode = true;
-    parse_command_line(1, good);
-    parse_command_line(3, good + 2);  // "3" stands for the program
-    EXPECT_TRUE(daemon_mode) << "--pipe alone";
-    EXPECT_EXIT(parse_command_line(4, good), testing::ExitedWithCode(1), "^$");
-    EXPECT_EXIT(parse_command_line(3, unknown), testing::ExitedWithCode(1), "^$");
+    using words = std::vector<char const*>;
+    for (auto const& [line, is_daemon, chosen] : table<words, bool, char const*>{
+             {{"basenetd"}, true, "net2app9"},
+             {{"basenetd", "--pipe", "p"}, true, "p9"},
+             {{"basenetd", "--log", "3"}, false, "net2app3"},
+             {{"basenetd", "--log", "3", "--pipe", "p"}, false, "p3"}}) {
+        SetUp();
+        parse_command_line(int(line.size()), line.data());
+        EXPECT_EQ(log_pipe_path + str(log_level, 0), chosen);
+        EXPECT_EQ(daemon_mode, is_daemon) << chosen;
+    }
+    for (words const& line :
+         {words{"basenetd", "--help", "3"}, words{"basenetd", "--log", "3", "--pipe"}}) {
+        EXPECT_EXIT(parse_command_line(int(line.size()), line.data()), testing::ExitedWithCode(1),
+                    "^$");
+    }
 }
 
 TEST_F(core_test, start_up_does_its_work_in_this_order) {
+    ntp_server.clear();  // or the first address starts a request for its name
     files["/nv/mac.txt"].content = "00:04:aa:bb:cc:dd";
     files["/dev/urandom"].content = "seed";
     files["settings.xml"].content = "<?xml?><settings/>";
@@ -179,9 +161,7 @@ TEST_F(core_test, start_up_does_its_work_in_this_order) {
     EXPECT_EQ(files["/nv/rc.vorn"].mode, 0755U);
     EXPECT_EQ(rtimestamp::now() - system_start, rtimestamp::s2ticks(3));
     EXPECT_EQ(files["/proc/sys/net/ipv6/bindv6only"].content, "1");
-}
-
-TEST_F(core_test, a_start_script_that_is_good_or_cannot_be_replaced_restarts_nothing) {
+    // One that is good, missing, or cannot be replaced restarts nothing.
     for (auto const& [failing, script] : table<char const*, char const*>{
              {"fsync", "x"}, {"rename", "x"}, {"fchmod", "x"}, {"", "ata-app"}, {"", ""}}) {
         SetUp();
@@ -197,44 +177,15 @@ TEST_F(core_test, a_start_script_that_is_good_or_cannot_be_replaced_restarts_not
     }
 }
 
-TEST_F(core_test, packets_do_not_hold_up_timers) {
-    for (int const cost : {0, 5, 30}) {  // milliseconds that each handler takes
-        SetUp();
-        lldp::clients.find_or_insert("eth1").start("eth1");
-        run_until(10);
-        handler_ms = cost;
-        for (int i = 1; i < 200; ++i) {
-            at(10 + 0.01 * i, [] { frame_arrives("eth1", 0x88CC, hex("0180c200000e 78787878")); });
-        }
-        timeout timer;
-        timer.callback(rtimestamp::ms2ticks(970), call("in the middle"));
-        while (take_calls().empty()) {
-            main_loop_pass();
-        }
-        EXPECT_NEAR(now(), 10.97, 0.001 * cost) << "after one handler at the latest";
-    }
-}
-
 TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agents) {
-    char const* const up = "eth0 : x : down\neth1 :: port ::  UP link\n";
-    char const* const down = "eth1 : port : down\nup : up : xup\n";
-    lines const none;
-    lines const restarted = {"2 Ethernet link went up again, restarting network on eth1"};
-    lines const stopped = {"2 Ethernet link went down on eth1"};
     log_level = 2;
+    system_ipv4 = system_ipv6 = false;
     lldp::clients.find_or_insert("eth1").start("eth1");
     link_monitor("eth1");  // without a file
-    for (auto const& [content, log] : table<char const*, lines>{
-             {up, none}, {up, none}, {down, stopped}, {"", none}, {down, none}, {up, restarted}}) {
-        files[link_file].content = content;
-        dns_services.add_cache("h.org", "192.0.2.9", 300, dns_resolver::type_a);
-        run_for(1.99);
-        take_log();
-        run_for(0.01);
-        EXPECT_EQ(take_log(), log) << content;
-        EXPECT_TRUE(log == none || lldp::clients.find("eth1")->timer.active == (log == restarted));
-        EXPECT_EQ(dns_services.cache.count, log == stopped ? 0 : 1);
-    }
+    EXPECT_EQ(play(world, "link:UP 2 cache link:UP 2 cache link:down 1.99 log 0.01 log cache "
+                          "nolink 2 link:down 40 cache log link:up 1.99 log 0.01 cache log 3"),
+              "1 2 LLDP, 0, 4 1, 6 2 Ethernet link went down on eth1, 0, 48 1, 50 LLDP, 1, 2 "
+              "Ethernet link went up again, restarting network on eth1, 51 52 LLDP");
 }
 
 TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_timer) {
@@ -247,8 +198,9 @@ TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_time
                               number + interface);
         }
     }
+    take_sent();
     timeout due;
-    due.callback(rtimestamp::ms2ticks(10), call("due"));
+    arm(due, 10, "due");
     fail("select", EINTR, 0, 1);
     main_loop_pass();
     for (std::string const expected : {" 1 of ", " 2 of "}) {
@@ -258,8 +210,8 @@ TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_time
         ASSERT_EQ(log.size(), 2U);
         EXPECT_TRUE(log[0].ends_with(to_hex(expected + "eth1.1"))) << log[0];
         EXPECT_TRUE(log[1].ends_with(to_hex(expected + "eth1.2"))) << log[1];
-        EXPECT_EQ(take_calls(), lines());
+        EXPECT_EQ(left(), "");
     }
     main_loop_pass();
-    EXPECT_EQ(take_calls(), lines{"1 due"});
+    EXPECT_EQ(left(), "0.01 due");
 }
