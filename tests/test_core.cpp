@@ -18,6 +18,7 @@ namespace {
 
 constexpr char link_file[] = "/proc/avalanche/cpmac_link";
 using text = str const&;
+using core_test = sim::test;
 
 void note(text a) {
     say(of(a));
@@ -28,26 +29,17 @@ void arm(timeout& timer, int ms, char const* name) {
 }
 
 events const world = {
-    {"link",
-     [](auto& status) {
-         files[link_file].content = "eth0 : x : down\neth1 :: port :: " + status + " link\n";
-     }},
+    {"link", [](auto& status) { files[link_file].content = "x : x : " + status + " link\n"; }},
     {"nolink", [](auto&) { files[link_file].content = ""; }},
-    {"cache",
-     [](auto&) {
-         say(std::to_string(dns_services.cache.count));
-         dns_services.add_cache("h.org", "192.0.2.9", 300, dns_resolver::type_a);
-     }},
+    {"cache", [](auto&) { dns_services.add_cache("h", "192.0.2.9", 300, dns_resolver::type_a); }},
+    {"cached", [](auto&) { say(std::to_string(dns_services.cache.count)); }},
 };
-
-using core_test = sim::test;
 
 }  // namespace
 
 TEST_F(core_test, log_records_have_these_bytes_and_are_lost_without_room_in_a_pipe) {
     files.erase("net2app");
-    log_add_message(1, "no pipe", str::null);
-    EXPECT_EQ(files.count("net2app"), 0U) << "it is never created";
+    log_add_message(1, "no pipe, and none is made", str::null);
     files["net2app"].kind = file::pipe;
     fail("write log", EAGAIN, 0, 1);
     log_add_message(1, "pipe full", str::null);
@@ -57,8 +49,7 @@ TEST_F(core_test, log_records_have_these_bytes_and_are_lost_without_room_in_a_pi
                                   hex("0000 000a 00000002 012c 0001 0000")}));
 }
 
-TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps_and_round_half_up) {
-    // Some C libraries take the last 4095 counts before a wrap for errors.
+TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps) {
     for (bool const fail : {false, true}) {
         last_ticks_fail = fail;
         clock_ticks_offset -= 4100 + unsigned(rtimestamp::now().ticks / 10000000);
@@ -71,14 +62,13 @@ TEST_F(core_test, the_clocks_go_on_when_the_kernels_count_wraps_and_round_half_u
     }
     long long const wall_clock = atimestamp::now().ms;
     rtimestamp const before = rtimestamp::now();
-    for (int i = 0; i < 2; ++i) {  // with one pass in 463 days
+    for (int i = 0; i < 2; ++i) {  // with no more than a pass in 463 days
         run_for(40000000);
         main_loop_pass();
     }
     EXPECT_EQ(rtimestamp::now() - before, 80000000000000000);
     EXPECT_EQ(atimestamp::now().ms - wall_clock, 80000000000);
-    EXPECT_EQ(text2ms("4294967295.1001"), 4294967296001);
-    EXPECT_EQ(ms2text(4294967296001), "4294967296.1");
+    EXPECT_EQ(ms2text(text2ms("4294967295.1001")), "4294967296.1");
 }
 
 TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
@@ -123,23 +113,13 @@ TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any_and_has_up_to_
     EXPECT_EQ(left(), "0 I, 1 II, 2 III, ab, c-4, def, 4294967295");
 }
 
-TEST_F(core_test, the_command_line_chooses_log_level_and_pipe_or_ends_the_program) {
-    using words = std::vector<char const*>;
-    for (auto const& [line, is_daemon, chosen] : table<words, bool, char const*>{
-             {{"basenetd"}, true, "net2app9"},
-             {{"basenetd", "--pipe", "p"}, true, "p9"},
-             {{"basenetd", "--log", "3"}, false, "net2app3"},
-             {{"basenetd", "--log", "3", "--pipe", "p"}, false, "p3"}}) {
-        SetUp();
-        parse_command_line(int(line.size()), line.data());
-        EXPECT_EQ(log_pipe_path + str(log_level, 0), chosen);
-        EXPECT_EQ(daemon_mode, is_daemon) << chosen;
-    }
-    for (words const& line :
-         {words{"basenetd", "--help", "3"}, words{"basenetd", "--log", "3", "--pipe"}}) {
-        EXPECT_EXIT(parse_command_line(int(line.size()), line.data()), testing::ExitedWithCode(1),
-                    "^$");
-    }
+TEST_F(core_test, the_command_line_chooses_log_level_and_pipe) {
+    char const* const line[] = {"basenetd", "--pipe", "p", "--log", "3"};
+    parse_command_line(3, line);
+    EXPECT_TRUE(daemon_mode);
+    parse_command_line(5, line);
+    EXPECT_EQ(log_pipe_path + str(log_level, 0) + str(daemon_mode, 0), "p30");
+    EXPECT_EXIT(parse_command_line(4, line), testing::ExitedWithCode(1), "^$");
 }
 
 TEST_F(core_test, start_up_does_its_work_in_this_order) {
@@ -160,20 +140,17 @@ TEST_F(core_test, start_up_does_its_work_in_this_order) {
     EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n./ata-app&\n");
     EXPECT_EQ(files["/nv/rc.vorn"].mode, 0755U);
     EXPECT_EQ(rtimestamp::now() - system_start, rtimestamp::s2ticks(3));
-    EXPECT_EQ(files["/proc/sys/net/ipv6/bindv6only"].content, "1");
     // One that is good, missing, or cannot be replaced restarts nothing.
-    for (auto const& [failing, script] : table<char const*, char const*>{
-             {"fsync", "x"}, {"rename", "x"}, {"fchmod", "x"}, {"", "ata-app"}, {"", ""}}) {
+    for (auto const& [failing, script] :
+         table<char const*, char const*>{{"fsync", "x"}, {"", "ata-app"}, {"", ""}}) {
         SetUp();
         daemon_mode = false;
         files["/nv/rc.vorn"].content = script;
         fail(failing, ENOSPC);
         start_up();
-        EXPECT_EQ(files["/nv/rc.vorn"].content, script) << failing;
-        EXPECT_EQ(files.count("/nv/rc.vorn.new"), 0U) << failing;
-        EXPECT_EQ(count_logged("1 Could not replace /nv/rc.vorn"), *failing ? 1 : 0) << failing;
         std::string const journal = play({}, "journal");
         EXPECT_EQ(journal.find("close 0") & journal.find("reboot"), std::string::npos) << failing;
+        EXPECT_EQ(files["/nv/rc.vorn"].content, script) << failing;
     }
 }
 
@@ -182,36 +159,35 @@ TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agent
     system_ipv4 = system_ipv6 = false;
     lldp::clients.find_or_insert("eth1").start("eth1");
     link_monitor("eth1");  // without a file
-    EXPECT_EQ(play(world, "link:UP 2 cache link:UP 2 cache link:down 1.99 log 0.01 log cache "
-                          "nolink 2 link:down 40 cache log link:up 1.99 log 0.01 cache log 3"),
-              "1 2 LLDP, 0, 4 1, 6 2 Ethernet link went down on eth1, 0, 48 1, 50 LLDP, 1, 2 "
+    EXPECT_EQ(play(world,
+                   "link:UP 2 cache link:UP 2 cached link:down 1.99 log 0.01 log cached cache "
+                   "nolink 2 link:down 40 cached log link:up 1.99 log 0.01 cached log 3"),
+              "1 2 LLDP, 4 1, 6 2 Ethernet link went down on eth1, 0, 48 1, 50 LLDP, 1, 2 "
               "Ethernet link went up again, restarting network on eth1, 51 52 LLDP");
 }
 
 TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_timer) {
+    bytes const headers = bytes(9, '\0') + hex("11") + bytes(13, '\0') + hex("44") + bytes(4, '\0');
     interfaces = {{"eth1.1", 11}, {"eth1.2", 12}};
-    for (std::string const interface : {"eth1.2", "eth1.1"}) {
-        dhcp::clients.find_or_insert(interface.c_str()).start(interface.c_str());
-        for (char const* number : {" 1 of ", " 2 of "}) {
-            frame_arrives(interface, 0x0800,
-                          hex("45000000000000000011 0000000000000000 0000 00000044 00000000") +
-                              number + interface);
-        }
+    for (char const* interface : {"eth1.2", "eth1.1"}) {
+        dhcp::clients.find_or_insert(interface).start(interface);
+        frame_arrives(interface, 0x0800, headers + interface);
+        frame_arrives(interface, 0x0800, headers + interface + "B");
     }
-    take_sent();
     timeout due;
     arm(due, 10, "due");
     fail("select", EINTR, 0, 1);
-    main_loop_pass();
-    for (std::string const expected : {" 1 of ", " 2 of "}) {
-        take_log();
+    play({}, "log");
+    for (char const* story : {"",
+                              "0 9 DHCPv4: Packet to short (6 bytes) | 657468312e31, 9 DHCPv4: "
+                              "Packet to short (6 bytes) | 657468312e32",
+                              "0 9 DHCPv4: Packet to short (7 bytes) | 657468312e3142, 9 DHCPv4: "
+                              "Packet to short (7 bytes) | 657468312e3242",
+                              "0.01 due"}) {
         main_loop_pass();
-        lines const log = take_log();
-        ASSERT_EQ(log.size(), 2U);
-        EXPECT_TRUE(log[0].ends_with(to_hex(expected + "eth1.1"))) << log[0];
-        EXPECT_TRUE(log[1].ends_with(to_hex(expected + "eth1.2"))) << log[1];
-        EXPECT_EQ(left(), "");
+        for (std::string const& line : take_log()) {
+            say(line);
+        }
+        EXPECT_EQ(left(), story);
     }
-    main_loop_pass();
-    EXPECT_EQ(left(), "0.01 due");
 }
