@@ -92,7 +92,7 @@ TEST_F(core_test, timers_run_when_due_in_the_order_of_arming_one_a_pass) {
               "2 b again, a, due at once, but after the others, 5002 after more than 71 minutes");
 }
 
-TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any_and_has_up_to_three_arguments) {
+TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_it) {
     static timeout* timer = new timeout;
     static void (*const rearm)(text) = [](text a) {
         timer->callback(rtimestamp::s2ticks(1), {rearm, a + "I"});
@@ -102,15 +102,7 @@ TEST_F(core_test, a_callback_may_arm_its_own_timer_or_destroy_any_and_has_up_to_
     run_until(2);
     timer->callback(0, callback_argument([] { delete timer; }));
     run_for(0);
-    for (callback_argument const &each :
-         {callback_argument(),
-          {[](text a, text b) { note(a + b); }, "a", "b"},
-          {[](text a, int b) { note(a + str(b, 0)); }, "c", -4},
-          {[](text a, text b, text c) { note(a + b + c); }, "d", "e", "f"},
-          {[](unsigned int a) { note(str(a, 0)); }, 4294967295U}}) {
-        each.call();
-    }
-    EXPECT_EQ(left(), "0 I, 1 II, 2 III, ab, c-4, def, 4294967295");
+    EXPECT_EQ(left(), "0 I, 1 II, 2 III");
 }
 
 TEST_F(core_test, the_command_line_chooses_log_level_and_pipe) {
@@ -140,18 +132,12 @@ TEST_F(core_test, start_up_does_its_work_in_this_order) {
     EXPECT_EQ(files["/nv/rc.vorn"].content, "#!/bin/sh\n./ata-app&\n");
     EXPECT_EQ(files["/nv/rc.vorn"].mode, 0755U);
     EXPECT_EQ(rtimestamp::now() - system_start, rtimestamp::s2ticks(3));
-    // One that is good, missing, or cannot be replaced restarts nothing.
-    for (auto const& [failing, script] :
-         table<char const*, char const*>{{"fsync", "x"}, {"", "ata-app"}, {"", ""}}) {
-        SetUp();
-        daemon_mode = false;
-        files["/nv/rc.vorn"].content = script;
-        fail(failing, ENOSPC);
-        start_up();
-        std::string const journal = play({}, "journal");
-        EXPECT_EQ(journal.find("close 0") & journal.find("reboot"), std::string::npos) << failing;
-        EXPECT_EQ(files["/nv/rc.vorn"].content, script) << failing;
-    }
+    // One that cannot be replaced must not restart the device for ever.
+    SetUp();
+    files["/nv/rc.vorn"].content = "x";
+    fail("fsync", ENOSPC);
+    start_up();
+    EXPECT_EQ(play({}, "journal").find("reboot"), std::string::npos);
 }
 
 TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agents) {

@@ -41,8 +41,7 @@ events const world = {
     {"REQUEST", [](auto&) { play(world, "start 3 advertise log journal"); }},
 };
 
-class dhcp6_test : public sim::test {
-protected:
+struct dhcp6_test : sim::test {
     void SetUp() override {
         test::SetUp();
         ntp_server.clear();

@@ -30,8 +30,7 @@ events const world = {
     {"request", [](auto& type) { body("0107" + two_bytes(type.size() / 2 + 4) + type); }},
 };
 
-class eapol_test : public sim::test {
-protected:
+struct eapol_test : sim::test {
     void SetUp() override {
         test::SetUp();
         mac_addr = "0004AABBCCDD";

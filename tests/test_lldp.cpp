@@ -1,7 +1,6 @@
 #include "sim/sim.h"
 
 #include "config/settings.h"
-#include "dhcp/dhcp.h"
 #include "lldp/lldp.h"
 
 using namespace sim;
@@ -12,22 +11,22 @@ lldp& agent() {
     return lldp::clients.find_or_insert("eth1");
 }
 
+void tlvs(std::string const& digits) {
+    frame_arrives("eth1", 0x88CC, hex("0180c200000e02deadbeef0088cc" + digits + "0000"));
+}
+
 events const world = {
     {"start", [](auto&) { agent().start("eth1"); }},
     {"stop", [](auto&) { agent().stop(); }},
-    {"tlvs",
-     [](auto& tlvs) {
-         frame_arrives("eth1", 0x88CC, hex("0180c200000e02deadbeef0088cc" + tlvs + "0000"));
-     }},
-    {"quiet", [](auto& name) { dhcp::clients.find(to_str(name))->resend_timer.clear(); }},
+    {"tlvs", tlvs},
+    {"policy", [](auto& policy) { tlvs("fe080012bb02" + policy); }},
     {"ipv6", [](auto&) { std::swap(system_ipv4, system_ipv6); }},
     {"dhcp", [](auto&) { use_dhcp = "true"; }},
     {"ip", [](auto& text) { ip_adr = to_str(text); }},
     {"mask", [](auto& text) { netmask = to_str(text); }},
 };
 
-class lldp_test : public sim::test {
-protected:
+struct lldp_test : sim::test {
     void SetUp() override {
         test::SetUp();
         ntp_server.clear();  // or the first address starts a request for its name
@@ -55,21 +54,19 @@ TEST_F(lldp_test, a_frame_tells_address_link_and_the_learnt_vlan_or_a_valid_one_
                             bytes(27, 'x') + hex("fe17 0012bb09") + "Brakwell Devices AG" +
                             hex("fe06 0012bb0a") + "q7" + hex("fe09 0012bb0b") + "asset" +
                             hex("0000");
-    std::string const ip = "0a010203";
-    std::string const chassis = "0206 0501" + ip, told = "100c 0501" + ip + "01 00000000 00";
+    std::string const ip = "0a010203", chassis = "02060501" + ip,
+                      told = "100c0501" + ip + "010000000000";
     std::string const ipv6 = "20010db8000000000000000000000001";
     using text = std::string;
-    for (auto const& [address, learnt, vlan, priority, status, chassis_id, management_address, mau,
-                      word] : table<text, int, int, int, text, text, text, text, text>{
-             {"", 0, 0, 0, "eth1: port 1: UP link=1, speed=100, duplex=full\n",
-              "0206 0501 00000000", "", "0010", "800000"},
+    for (auto const& [address, learnt, vlan, priority, status, identity, management, mau, word] :
+         table<text, int, int, int, text, text, text, text, text>{
+             {"", 0, 0, 0, "a b c UP x, y=1000, z=Full", "0206050100000000", "", "0000", "800000"},
              {ipv6, 100, 4095, 7, "eth1: port 1: UP link=1, speed= 10 , duplex= FULL \n",
-              "0212 0502" + ipv6, "1018 0502" + ipv6 + "01 00000000 00", "000b", "40c96e"},
+              "02120502" + ipv6, "10180502" + ipv6 + "010000000000", "000b", "40c96e"},
              {ip, 0, 4095, 7,
               "a b c UP x, y=100, z=Full\na b c UP x, y=10, z=\na b c DOWN x, y=100, z=", chassis,
               told, "000a", "5fffee"},
-             {ip, 0, 4096, 0, "a b c UP x, y=100, z=Half", chassis, told, "000f", "00002e"},
-             {ip, 0, 102, 8, "a b c UP x, y=1000, z=Full", chassis, told, "0000", "00002e"}}) {
+             {ip, 0, 4096, 0, "a b c UP x, y=100, z=Half", chassis, told, "000f", "00002e"}}) {
         agent().management_address = to_str(hex(address));
         agent().voice_vlan = learnt;
         vlan_id = vlan;
@@ -77,8 +74,8 @@ TEST_F(lldp_test, a_frame_tells_address_link_and_the_learnt_vlan_or_a_valid_one_
         files["/proc/avalanche/cpmac_link"].content = status;
         agent().setup_packet();
         EXPECT_BYTES(of(agent().packet.serialize()),
-                     hex("0180c200000e 0004aabbccdd 88cc" + chassis_id) + port_to_capabilities +
-                         hex(management_address + "fe09 00120f01 03 6600" + mau +
+                     hex("0180c200000e 0004aabbccdd 88cc" + identity) + port_to_capabilities +
+                         hex(management + "fe09 00120f01 03 6600" + mau +
                              "fe07 0012bb01 0023 03 fe08 0012bb02 01" + word) +
                          inventory);
     }
@@ -86,41 +83,36 @@ TEST_F(lldp_test, a_frame_tells_address_link_and_the_learnt_vlan_or_a_valid_one_
 
 // Each case has VLANs of its own: which interfaces exist is remembered for the whole process.
 TEST_F(lldp_test, the_agent_starts_address_clients_like_this) {
-    for (std::string const way :
-         {"dhcp ip:192.0.2.7 mask:255.255.255.0", "ip:0.0.2.7 mask:255.255.255.0",
-          "ip:192.0.2.0 mask:255.255.255.0",
-          "ip:192.0.2.7 mask:ffff::", "ip:192.0.2.7 mask:255.0.255.0", "ip:192.0.2.7 mask:0.0.0.0",
-          "ip:192.0.2.7 mask:255.255.255.255"}) {
-        tell(world, {{way + " start 3", "0 1 2 LLDP, 3 DISCOVER"}});
+    std::string const address = "ip:192.0.2.7 ";
+    for (std::string const bad : {"dhcp mask:255.255.255.0", "mask:255.255.255.0 ip:0.0.2.7",
+                                  "mask:255.255.255.0 ip:192.0.2.0", "mask:ffff::",
+                                  "mask:255.0.255.0", "mask:0.0.0.0", "mask:255.255.255.255"}) {
+        tell(world, {{address + bad + " start 3", "0 1 2 LLDP, 3 DISCOVER"}});
     }
-    std::string const policy = "fe080012bb02", voice = policy + "014000ee";
-    for (std::string const& counts :
-         {voice, policy + "034000ee", policy + "054000ee", "fe070012bb01003304" + voice,
-          // The first one of its type, organisation and subtype.
-          "04080012bb02024000eefe0800120f02024000ee" + voice,
-          "0300" + std::string(512, '2') + voice}) {
-        tell(world, {{"start tlvs:" + counts, "0 LLDP, DISCOVER"}});
+    // Of the applications. Of a switch. The first one of its type, organisation and subtype.
+    for (char const* tlvs : {"fe080012bb02014000ee", "fe080012bb02034000ee", "fe080012bb02054000ee",
+                             "fe070012bb01003304fe080012bb02014000ee",
+                             "04080012bb02024000eefe0800120f02024000eefe080012bb02014000ee"}) {
+        tell(world, {{std::string("start tlvs:") + tlvs, "0 LLDP, DISCOVER"}});
     }
-    // Another application, the first policy being it, an endpoint, no tag, behind the end, cut off.
-    for (std::string const& ignored :
-         {policy + "024000ee", policy + "064000ee" + voice, "fe070012bb01003303" + voice,
-          policy + "0100002e", "0000" + voice, voice.substr(0, 14)}) {
-        tell(world, {{"start tlvs:" + ignored + " 1", "0 1 LLDP"}});
+    // Another application, also as the first one; of an endpoint; without a tag; behind the end;
+    // cut off.
+    for (char const* tlvs : {"fe080012bb02024000ee", "fe080012bb02064000eefe080012bb02014000ee",
+                             "fe070012bb01003303fe080012bb02014000ee", "fe080012bb020100002e",
+                             "0000fe080012bb02014000ee", "fe080012bb0201"}) {
+        tell(world, {{std::string("start 0.5 tlvs:") + tlvs, "0 LLDP"}});
     }
     tell(world,
          {{"ip:10.1.2.3 mask:255.255.255.254 start 2.99 journal 0.01 journal 97",
            "0 1 2 LLDP, 3 SIOCSIFADDR eth1 10.1.2.3, SIOCSIFNETMASK eth1 255.255.255.254, "
            "SIOCSIFBRDADDR eth1 10.1.2.3, SIOCDELRT eth1 0.0.0.0 to 0.0.0.0/0.0.0.0 flags 2, "
            "SIOCADDRT eth1 10.1.2.1 to 0.0.0.0/0.0.0.0 flags 3, 33 63 93 LLDP"},
-          {"start 1.5 tlvs:" + policy +
-               "0140c92e log quiet:eth1.100 0.5 "
-               "tlvs:" +
-               policy + "0140cb6e tlvs:" + policy + "0140cb6e log 1",
+          {"start 1.5 policy:0140c92e log 0.5 policy:0140cb6e policy:0140cb6e log 1",
            "0 1 LLDP, 1.5 DISCOVER on eth1.100, 9 Starting LLDP, 1.5 1.5 9 Send LLDP, 8 LLDP: "
            "VLAN=100, Priority=4, DSCP=46, 5 Using VLAN 100, 7 DHCPv4 on eth1.100 goes to INIT, 7 "
            "DHCPv4 on eth1.100 goes to SELECTING, 2 LLDP, 9 Send LLDP, 8 LLDP: VLAN=101, "
            "Priority=5, DSCP=46"},
-          {"ipv6 start journal tlvs:" + policy + "0140d12e stop journal 4 start 3 journal",
+          {"ipv6 start journal policy:0140d12e stop journal 4 start 3 journal",
            "0 LLDP, add VLAN eth1 104, egress eth1.104 0 to 4, ingress eth1.104 0 to 4, "
            "SIOCSIFFLAGS eth1.104 3, SIOCSIFMTU eth1.104 1496, 3 4 SOLICIT on eth1.104, LLDP, 5 "
            "SOLICIT on eth1.104, LLDP, 6 SOLICIT on eth1.104, LLDP"},
