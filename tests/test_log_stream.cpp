@@ -11,7 +11,7 @@ TEST_F(log_stream_test, reading_goes_on_behind_a_record_that_was_cut_short) {
     log_add_message(2, "good", "xy");
     bytes const large = log_records[0], good = log_records[1];
     bytes const all = "junk" + good + large + large.substr(0, 5000) + good + large.substr(0, 3000);
-    for (size_t const piece : {100000, 4096, 1000, 100}) {
+    for (size_t const piece : {100000, 1000, 100}) {
         log_stream reader;
         log_record each;
         str read;
@@ -19,11 +19,11 @@ TEST_F(log_stream_test, reading_goes_on_behind_a_record_that_was_cut_short) {
             str const part = to_str(all.substr(i, piece));
             reader.feed(part.cbuffer(), part.length());
             while (int const kind = reader.next(each, i + piece >= all.size())) {
-                int const extra = each.extra.length();
-                read += str::sprintf("%d: %d %s %d, ", kind, each.level, each.text, extra);
+                read +=
+                    str::sprintf("%d %d %s%d, ", kind, each.level, each.text, each.extra.length());
             }
         }
-        EXPECT_EQ(read, "3: 0  0, 1: 2 good 2, 1: 9 large 6000, 2: 9 large 4977, 1: 2 good 2, "
-                        "2: 9 large 2977, ");
+        EXPECT_EQ(read,
+                  "3 0 0, 1 2 good2, 1 9 large6000, 2 9 large4977, 1 2 good2, 2 9 large2977, ");
     }
 }
