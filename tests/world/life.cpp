@@ -1,439 +1,403 @@
-// Plays whole lives of the daemon on the simulated system calls, in virtual time: storms of every
-// kind, in between a healthy network, on which the device must come to a lease and a set clock. One
-// seed is one life, in a process of its own, and plays the same again at any time.
-//
-//   life [--days DAYS] FIRST [LAST]     the lives of these seeds
-//   life [--days DAYS] --log SEED       one life, with all that it logs
-#include "world/checker.h"
-#include "world/network.h"
+// Plays one life of the daemon on the simulated system calls, in virtual time: storms of every
+// kind, in between a healthy network, on which the device must come to a lease and a set clock, or
+// else to one of the ends that the protocols' rules lead to.
+//   life SEED DAYS [--log]     the same seed plays the same life again
+#include "sim/meter.h"
 
 #include "config/settings.h"
 #include "core/main_loop.h"
 #include "core/start_up.h"
+#include "dhcp/dhcp.h"
+#include "dhcp6/dhcp6.h"
+#include "lib/descriptors.h"
+#include "lib/utils.h"
+#include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
+#include "tftp/tftp.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <iomanip>
-#include <iostream>
-#include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
-
-namespace life {
+#include <linux/if_ether.h>
 
 using namespace sim;
 
 namespace {
 
-constexpr double minute = 60;
-constexpr double hour = 3600;
 constexpr double day = 86400;
-constexpr int flaps_before_unplugging = 6;
-constexpr unsigned int limit_of_a_life = 900;  // seconds of real time; more is a hang
+// The selected time server is silent and rests an hour, then the next one does.
+constexpr double time_to_a_clock = 2 * 3600 + 100;
 
-class one_life {
-public:
-    explicit one_life(unsigned int seed)
-        : world(seed), checks(world), has_failing_calls(world.chance(0.5)) {}
+char const* const* arguments;
+meter const birth;
+double clock_set_at = -time_to_a_clock;
+double disturbed_at = 0;               // when bytes were last not as their sender meant them
+std::map<std::string, double> counts;  // of the report
+double passes = 0;
+int most_descriptors = 0;
 
-    void play(double days);
-    void report(std::ostream& out);
+std::mt19937 dice;
+auto const below = [](int count) { return int(dice() % unsigned(count)); };
+template<class... value>
+auto one_of(value... all) {
+    std::common_type_t<value...> const list[] = {all...};
+    return list[below(sizeof...(all))];
+}
 
-    network world;
-    checker checks;
+// --- The network: servers, a switch, strangers, and the wire between ---
 
-private:
-    void power_on();
-    std::string settings_text();
-    void play_until(double moment);
-    void storm();
-    void worsen();
-    void break_calls();
-    void repair_calls();
-    void use_up_descriptors();
-    void heal();
-    void expect_health();
-    void calm(double length);
-    void flap_link();
-    void note_end(std::string const& end);
+enum mood { serving, silent, strange };  // strange: allowed, but of no help
+std::map<int, mood> moods;               // of servers, by port or EtherType
+enum trouble { loss, doubling, delay, damage, conflict, trouble_count };
+std::map<trouble, int> troubles;  // so many of a hundred packets meet with it
+bool link_is_up = true;
+bool has_failing_calls = false;
+int voice_vlan = 0;  // 0: the switch announces none
+int subnet = 1;
+int host = 2;                     // the device's, unless it declines
+int lease_seconds = 3600;         // 0: for ever
+std::map<bytes, double> granted;  // when each address was; 0: for ever
 
-    bool const has_failing_calls;
-    double storm_end = 0;
-    double seconds_of_storms = 0;
-    long long bytes_in_storms = 0;  // written to files
-    int in_vain = 0;                // link flaps in a row
-    bool interrupt_select = false;
+auto const meets = [](trouble kind) { return below(100) < troubles[kind]; };
+auto const address = [](int number) { return bytes{10, char(subnet), 0, char(number)}; };
+bytes const server6 = hex("20010db8000000000000000000000123");  // of names and time
+
+// What strangers know: answers, in place of the requests for files that are there at first.
+packet const to_tftp = {0, IPPROTO_UDP, "", ":69", "", 0};
+std::vector<std::pair<packet, bytes>> overheard(32, {to_tftp, hex("0002") + "auth.txt"});
+
+// A port, or an EtherType.
+int server_of(packet const& asked) {
+    return asked.protocol == ETH_P_IP      ? dhcp_packet::server_port
+           : asked.protocol == IPPROTO_UDP ? std::stoi(asked.to.substr(asked.to.rfind(':') + 1))
+                                           : asked.protocol;
+}
+
+void arrive(packet const& asked, bytes const& data) {
+    int const server = server_of(asked);
+    size_t const is_ipv6 = asked.to[0] == '[';
+    bytes const from = asked.to.substr(is_ipv6, asked.to.find(is_ipv6 ? ']' : ':') - is_ipv6);
+    asked.protocol != IPPROTO_UDP ? frame_arrives(asked.interface, asked.protocol, data)
+    : server == 67                ? datagram_arrives(68, data, from, asked.interface)
+    : server == 69 ? datagram_arrives(69, data, "10.9.0." + std::to_string(below(250)))
+                   : answer_arrives(asked.socket, data, from);
+}
+
+void attack(size_t known) {
+    std::minstd_rand random(dice());
+    for (int i = below(100); i > 0; --i) {
+        auto const& [asked, answer] = overheard[dice() % known];
+        arrive(asked, below(3) ? damaged(answer, random) : answer);
+    }
+    disturbed_at = now();
+}
+
+// A server that was replaced leaves requests for another alone.
+bytes dhcp_answer(packet const& asked, bool is_strange) {
+    using enum dhcp_packet::option_code;
+    using enum dhcp_packet::message_type;
+    bytes const headers =
+        asked.protocol == ETH_P_IP ? asked.data.substr(0, 20) + hex("0043004400000000") : "";
+    dhcp_packet message(to_str(asked.data.substr(headers.size())));
+    int const type = utils::str2int(message.get_option(option_message_type));
+    bool const is_right = of(message.get_option(option_requested_address)) == address(host);
+    bool const is_ours = of(message.get_option(option_server_id)) == address(1);
+    if (type != type_discover && (type == type_decline || !is_ours)) {
+        host = type == type_decline ? 2 + host % 50 : host;
+        return "";
+    }
+    int const fit = type == type_discover ? type_offer : is_right ? type_ack : type_nak;
+    int const kind = is_strange ? one_of(int(type_offer), int(type_nak), 8, fit) : fit;
+    granted[address(host)] = lease_seconds ? now() : 0;
+    message.op = dhcp_packet::op_reply;
+    message.yiaddr = to_str(address(host));
+    message.options.clear();
+    message.add_option(option_message_type, utils::int2str(unsigned(kind), 1));
+    message.add_option(option_server_id, to_str(address(1)));
+    message.add_option(option_dns_server, to_str(address(53)));
+    message.add_option(option_ntp_server, to_str(address(123)));
+    message.add_option(option_lease_time, utils::int2str(unsigned(lease_seconds), 4));
+    return headers + of(message.serialize());
+}
+
+bytes dhcp6_answer(packet const& asked, bool is_strange) {
+    using enum dhcp6_packet::option_code;
+    dhcp6_packet message(to_str(asked.data));
+    str const times = utils::int2str(unsigned(lease_seconds) / 2, 4) + str('\0', 4);
+    str const leased = to_str(hex("00050018") + server6 + bytes(8, '\1'));
+    str const ia_na = message.get_option(option_ia_na).leftstr(4) + times + leased;
+    int const type = message.type() == dhcp6_packet::type_solicit ? 2 : 7;
+    message.set_type_id(type, message.transaction_id());
+    message.add_option(option_server_id, to_str(hex("00030001 02deadbeef00")));
+    message.add_option(option_ia_na, is_strange ? str::null : ia_na);
+    message.add_option(option_dns_servers, to_str(server6));
+    message.add_option(option_sntp_servers, to_str(server6));
+    return of(message.serialize());
+}
+
+// There is "server.example" alone, sometimes with an IPv6 address.
+bytes dns_answer(packet const& asked, bool is_strange) {
+    bytes const question = asked.data.substr(12);
+    bytes const type = question.substr(question.size() - 4);
+    bool const is_ipv6 = type[1] == 28;
+    bool const exists = question.starts_with("\6server") && (subnet % 2 || !is_ipv6);
+    int const code = is_strange ? one_of(1, 2, 4) : question.starts_with("\6server") ? 0 : 3;
+    bytes const data = is_ipv6 ? hex("0010") + server6 : hex("0004") + address(123);
+    bytes const record = hex("c00c") + type + big_endian(unsigned(below(9999)), 4) + data;
+    return asked.data.substr(0, 2) + hex("81") + char(0x80 + code) + hex("0001") +
+           big_endian(exists, 2) + hex("00000000") + question + (exists ? record : "");
+}
+
+bytes ntp_answer(packet const& asked, bool is_strange) {
+    bytes const seconds = big_endian(3900000000U + unsigned(now()), 4);
+    bool const is_there = !asked.to.starts_with("0.0.0.0");
+    return is_there ? "\x1C" + bytes(39, '\0') + seconds.substr(is_strange) : "";
+}
+
+bytes arp_answer(packet const& asked, bool) {
+    bool const is_probe = asked.data.substr(14, 4) == bytes(4, '\0');
+    bytes const answer = hex("0001080006040002 02b0b0b0b0b0") + asked.data.substr(24);
+    return is_probe && meets(conflict) ? answer : "";
+}
+
+// A strange authenticator falls silent half-way.
+bytes eapol_answer(packet const& asked, bool is_strange) {
+    bool const is_start = asked.data[15] == 1;
+    bytes const eap = is_start              ? hex("0005 01070005 01")
+                      : asked.data[22] == 1 ? hex("0016 01080016 0410") + bytes(16, 'c')
+                                            : hex("0004 03080004");
+    return is_strange && !is_start ? "" : hex("0180c2000003 02deadbeef00 888e 0100") + eap;
+}
+
+bytes lldp_answer(packet const&, bool) {
+    lldp_packet answer;
+    unsigned int const policy = 0x140016E + unsigned(voice_vlan) * 512;
+    answer.add_tia_option(lldp_packet::tia_network_policy, utils::int2str(policy, 4));
+    return voice_vlan ? of(answer.serialize()) : "";
+}
+
+std::map<int, bytes (*)(packet const&, bool is_strange)> const servers = {
+    {67, dhcp_answer},         {547, dhcp6_answer},       {53, dns_answer},
+    {5355, dns_answer},        {123, ntp_answer},         {ETH_P_ARP, arp_answer},
+    {ETH_P_PAE, eapol_answer}, {ETH_P_LLDP, lldp_answer},
 };
 
-std::string one_life::settings_text() {
-    std::string text = "<?xml version=\"1.0\"?><settings><phone-settings>";
-    auto const set = [&](char const* name, std::string const& value) {
-        text += "<" + std::string(name) + ">" + value + "</" + name + ">";
-    };
-    if (world.chance(0.1)) {
-        set("dhcp", "false");
-        set("ip_adr", "10.1.0.2");
-        set("netmask", "255.255.0.0");
-        set("gateway", "10.1.0.1");
-        set("dns_server1", "10.1.0.53");
+void react(packet const& asked) {
+    auto const server = servers.find(server_of(asked));
+    mood const mood = moods[server_of(asked)];
+    bool const is_lost = server == servers.end() || !link_is_up || mood == silent || meets(loss);
+    bytes const answer = is_lost ? "" : server->second(asked, mood == strange);
+    if (answer.empty()) {
+        return;
     }
-    if (world.chance(0.3)) {
-        set("ieee802_1x_username", "base");
-        set("ieee802_1x_password", "secret");
+    overheard[2 + dice() % 30] = {asked, answer};
+    for (int copies = meets(doubling) ? 2 : 1; copies > 0; --copies) {
+        std::minstd_rand random(dice());
+        bool const is_damaged = meets(damage);
+        disturbed_at = is_damaged ? now() : disturbed_at;
+        bytes const data = is_damaged ? damaged(answer, random) : answer;
+        at(now() + (meets(delay) ? 0.01 * below(800) : 0.003),
+           [=] { link_is_up ? arrive(asked, data) : void(); });
     }
-    if (world.chance(0.2)) {
-        set("vlan_id", "200");
-        set("vlan_prio", "5");
-    }
-    set("ntp_server", world.one_of<std::string>({"10.1.0.123", "10.1.0.123", "time.example",
-                                                 "server.example", "nowhere.example"}));
-    set("telnet_enabled", world.one_of<std::string>({"true", "false"}));
-    return text + "</phone-settings></settings>";
-}
-
-void one_life::power_on() {
-    reset_world();
-    expects_all_watched = false;  // The sockets of ended transfers stay open.
-    first_descriptor = 16;        // above the real ones
-    files["/dev"] = {"", file::folder};
-    files["/dev/urandom"].content = big_endian(unsigned(world.below(1 << 30)), 4);
-    files["/nv/mac.txt"].content = "02:A0:B7:00:00:07\n";
-    files["/nv/rc.vorn"].content = "./ata-app&\n";
-    files["settings.xml"].content = settings_text();
-    world.set_link(true);
-    world.voice_vlan = world.one_of({0, 0, 100});
-    start_up();
-}
-
-void one_life::play_until(double moment) {
-    at(moment, [] {});
-    while (now() < moment) {
-        if (interrupt_select) {
-            fail("select", EINTR);
-            main_loop_pass();
-            repair();
-            interrupt_select = false;
-            ++world.counts["waits interrupted"];
-        }
-        main_loop_pass();
-        checks.look();
-    }
-    checks.count_everything();
 }
 
 // --- Storms ---
 
-void one_life::break_calls() {
-    static char const* const calls[] = {"socket", "ioctl", "open",       "write",     "sendto",
-                                        "send",   "bind",  "fstat",      "read",      "connect",
-                                        "rename", "mkdir", "setsockopt", "write log", "recvfrom"};
-    char const* const call = calls[world.below(15)];
-    fail(call, world.one_of({EMFILE, ENOSPC, EIO, EPERM, ENOBUFS}), world.below(4));
-    ++world.counts["failing calls: " + std::string(call)];
-    world.calls_fail = true;
-    ++world.call_failures;
-    at(now() + world.below(60), [this] { repair_calls(); });
+void set_link(bool up) {
+    link_is_up = up;
+    files["/proc/avalanche/cpmac_link"].content = up ? "eth1: 1: UP \n" : "eth1: 1: DOWN \n";
 }
 
-void one_life::use_up_descriptors() {
-    descriptors_max = open_descriptors() + world.below(3);
-    at(now() + world.below(30), [] { descriptors_max = usual_descriptors; });
-    ++world.call_failures;
-    ++world.counts["times without descriptors"];
-}
+char const* const calls[] = {"socket",   "ioctl", "open", "write",  "sendto",     "bind",
+                             "recvfrom", "fstat", "read", "rename", "setsockopt", "write log"};
 
-void one_life::repair_calls() {
-    repair();
-    checks.forget_log();
-    world.calls_fail = false;
-}
+void (*const storms[])() = {
+    [] { set_link(!link_is_up); },
+    [] { subnet = 1 + subnet % 100; },  // Servers are replaced.
+    [] { lease_seconds = one_of(10, 60, 900, 3600, 86400, 604800, 0); },
+    [] { voice_vlan = one_of(0, 100, 100 + below(4)); },
+    [] { moods[one_of(67, 547, 53, 123, ETH_P_PAE)] = one_of(serving, silent, strange); },
+    [] { troubles[trouble(below(trouble_count))] = one_of(0, 0, 10, 50); },
+    [] { fail("select", EINTR, 0, 1); },
+    [] { attack(2); },
+    [] { attack(overheard.size()); },
+    // In some lives only:
+    [] { fail(calls[below(12)], one_of(EMFILE, ENOSPC, EIO), below(4), below(20)); },
+    [] { descriptors_max = open_descriptors() + below(3); },
+    [] { descriptors_max = 1024; },
+};
 
-void one_life::worsen() {
-    if (now() > storm_end) {
-        return;
+void worsen(double end) {
+    if (now() < end) {
+        storms[below(has_failing_calls ? 12 : 9)]();
+        at(now() + 0.001 * below(1 << below(19)), [=] { worsen(end); });
     }
-    checks.count_everything();
-    auto const pick = [&] { return world.one_of({serving, serving, silent, strange}); };
-    auto const share = [&] { return world.one_of({0.0, 0.0, 0.05, 0.3}); };
-    switch (world.below(20)) {
-    case 0:
-        world.set_link(!world.link);
-        ++world.counts["link changes"];
-        break;
-    case 1:
-        world.renumber();
-        break;
-    case 2:
-        world.voice_vlan = world.one_of({0, 100, 100 + world.below(4)});
-        break;
-    case 3:
-        world.now.dhcp = pick();
-        world.now.dhcp6 = pick();
-        break;
-    case 4:
-        world.now.dns = pick();
-        world.now.ntp = pick();
-        break;
-    case 5:
-        world.now.authenticator = pick();
-        break;
-    case 6:
-        world.now.neighbour_has_our_address = world.chance(0.2);
-        break;
-    case 7:
-        world.now.loss = world.one_of({0.0, 0.1, 0.5, 1.0});
-        break;
-    case 8:
-        world.now.damage = share();
-        break;
-    case 9:
-        world.now.duplication = share();
-        world.now.reordering = share();
-        break;
-    case 10:
-    case 11:
-        if (has_failing_calls) {
-            break_calls();
+}
+
+void play_for(double seconds) {
+    double const end = now() + seconds;
+    double packets = 0;
+    for (; now() < end; ++passes) {
+        main_loop_pass();
+        most_descriptors = std::max(most_descriptors, open_descriptors());
+        std::string state;
+        for (std::string const& line : take_log()) {
+            state = line.starts_with("7 DHCPv4 on ") ? line : state;
+            arguments[3] ? printf("%.3f %s\n", now(), line.c_str()) : 0;
         }
-        break;
-    case 12:
-        if (has_failing_calls) {
-            use_up_descriptors();
+        size_t const goes_to = state.find(" goes to ");
+        if (!has_failing_calls && goes_to != std::string::npos) {
+            dhcp const* const client = dhcp::clients.find(to_str(state.substr(12, goes_to - 12)));
+            EXPECT_EQ(state.substr(goes_to + 9), dhcp::state_names[client->state]);
         }
-        break;
-    case 13:
-        world.scan_transfers(world.below(100));
-        break;
-    case 14:
-        world.dhcp_gives_ntp = world.chance(0.7);
-        break;
-    case 15:
-        interrupt_select = true;
-        break;
-    default:
-        world.start_transfer();
-        for (int i = world.below(20); i > 0; --i) {
-            world.attack();
+        for (packet const& each : take_sent()) {
+            ++packets;
+            react(each);
+        }
+        for (std::string const& call : take_journal()) {
+            clock_set_at = call.starts_with("settimeofday") ? now() : clock_set_at;
         }
     }
-    at(now() + 0.001 * world.below(1 << world.below(19)), [this] { worsen(); });
-}
-
-void one_life::storm() {
-    double const begin = now();
-    long long const written_before = bytes_written;
-    storm_end = begin + world.one_of({minute, hour, 6 * hour});
-    at(begin, [this] { worsen(); });
-    play_until(storm_end);
-    seconds_of_storms += now() - begin;
-    bytes_in_storms += bytes_written - written_before;
+    EXPECT_LT(packets, 1000 + 50 * seconds);
 }
 
 // --- Health ---
 
-void one_life::heal() {
-    world.now = conditions();
-    world.dhcp_gives_ntp = true;
-    repair_calls();
-    descriptors_max = usual_descriptors;
-    world.set_link(true);
-}
-
-// Ends early once a lease is lost that does not come back by itself, or was renewed often.
-void one_life::calm(double length) {
-    double const often = world.lease_seconds ? 20000.0 * world.lease_seconds : length;
-    double const end = now() + std::min(length, often);
-    while (now() < end && checks.why_no_lease().empty()) {
-        play_until(std::min(now() + day, end));
+// Where the rules have led the device; empty when it has lease and clock. What it learnt on a VLAN,
+// interfaces that could not be made, and names that wait for an answer, outlive a link flap.
+std::string the_end() {
+    lldp const& agent = *lldp::clients.find("eth1");
+    if (!agent.dhcp_started) {
+        EXPECT_TRUE(agent.state == lldp::state_eapol_authenticating && !agent.timer.active);
+        return "an authenticator that fell silent half-way";
     }
+    bool const on_vlan = default_interface_index != interfaces["eth1"];
+    std::string const vlan = "." + std::to_string(default_interface_index - 10);
+    dhcp const* const client = dhcp::clients.find(to_str("eth1" + (on_vlan ? vlan : "")));
+    if (!client || describe(client->fd).find(" eth1") == std::string::npos) {
+        return "for good: failed calls left no socket or interface";
+    }
+    bool const repeats = client->resend_timer.active;
+    if (client->state < dhcp::state_bound) {
+        EXPECT_TRUE(client->state != dhcp::state_init || client->arp_conflict);
+        EXPECT_TRUE(client->state != dhcp::state_selecting || !repeats);
+        return dhcp::state_names[client->state] +
+               std::string(repeats ? ", the server is gone" : ", an answer stopped the copies");
+    }
+    auto const lease = granted.find(of(client->own_address));
+    bool const is_known = lease != granted.end();
+    bool const is_due =
+        (client->state == dhcp::state_bound ? client->t1_timer : client->t2_timer).active;
+    EXPECT_TRUE(!is_known || lease->second < disturbed_at + 60 || is_due) << "a lease for ever";
+    bytes const ip = of(utils::readable_ip(client->own_address, false));
+    bool const has_address = configured["SIOCSIFADDR " + of(client->interface)] == ip;
+    std::string const fault = client->applied_ip != client->own_address
+                                  ? "after rebinding, no address"
+                              : !is_known    ? "by a damaged answer"
+                              : !has_address ? "failed calls, no address"
+                                             : "";
+    if (!fault.empty()) {
+        return (on_vlan ? "for good: bound " : "bound ") + fault;
+    }
+    if (now() - clock_set_at < time_to_a_clock) {
+        return "";
+    }
+    for (ntp_client const& each : ntp) {
+        if (each.server.find("example") >= 0 && !each.timer.active) {
+            return "for good: a named time server, an answer was lost or odd";
+        }
+        bool const has_none = each.server.empty() || each.server == "0.0.0.0";
+        EXPECT_TRUE(has_none || each.server == "nowhere.example") << "no clock, for no reason";
+    }
+    return on_vlan ? "for good: no time server" : "no time server";
 }
 
-void one_life::flap_link() {
-    world.set_link(false);
-    play_until(now() + 4);
-    world.set_link(true);
+// What is there has its end ahead of it, and what the storm needed was given back.
+void expect_order() {
+    EXPECT_EQ(tftp_ports.count, 0) << "a transfer without an end";
+    auto const& cache = dns_services.cache;
+    for (auto* each = cache.first(); each; each = cache.next(each)) {
+        EXPECT_TRUE(each->value.timer.active) << "a cache entry without an end";
+    }
+    for (auto* each = dhcp6::clients.first(); each; each = dhcp6::clients.next(each)) {
+        EXPECT_TRUE(each->value.state != dhcp6::state_bound || each->value.renew_timer.active);
+    }
+    meter in_use = birth;
+    in_use.expect_cheap(0, [] {});
+    EXPECT_LT(in_use.most.kept, 20000 + 6500 * dhcp::clients.count + 800 * cache.count +
+                                    100 * descriptors::abandoned.count);
 }
 
-void one_life::note_end(std::string const& end) {
+void expect_health() {
+    moods.clear();
+    troubles.clear();
+    repair();
+    descriptors_max = 1024;
+    set_link(true);
+    play_for(time_to_a_clock);
+    expect_order();
+    std::string const end = the_end();
+    EXPECT_TRUE(has_failing_calls || end.find("failed calls") == std::string::npos) << end;
+    ++counts[end.empty() ? "healthy" : "ends: " + end];
     if (!end.empty()) {
-        ++world.counts["ends: " + end];
+        set_link(false);
+        play_for(4);
+        set_link(true);
+        play_for(time_to_a_clock);
+        bool const is_cleared = the_end().empty();
+        EXPECT_TRUE(is_cleared || the_end().starts_with("for good")) << the_end();
+        ++counts[is_cleared ? "cleared by a link flap" : "left by a link flap"];
     }
 }
 
-void one_life::expect_health() {
-    heal();
-    play_until(now() + time_to_a_clock);
-    std::string const lease = checks.why_no_lease();
-    std::string const clock = lease.empty() ? checks.why_no_clock() : "";
-    note_end(lease);
-    note_end(clock);
-    if (lease.empty() && clock.empty()) {
-        ++world.counts["healthy"];
-        checks.expect_memory_given_back();
-        in_vain = 0;
-        return;
-    }
-    flap_link();
-    play_until(now() + time_to_a_clock);
-    std::string const later = checks.why_no_lease();
-    EXPECT_TRUE(checker::outlives_flap(later)) << later << ", still there after a link flap";
-    if (later.empty()) {
-        EXPECT_TRUE(checker::outlives_flap(checks.why_no_clock())) << checks.why_no_clock();
-    }
-    ++world.counts[later.empty() ? "cleared by a link flap" : "left by a link flap"];
-    in_vain = later.empty() ? 0 : in_vain + 1;
-}
+using life = sim::test;
 
-// Someone pulls the plug when a few flaps in a row were in vain: the seed's life ends early.
-void one_life::play(double days) {
-    power_on();
-    while (now() < days * day && in_vain < flaps_before_unplugging) {
-        if (world.chance(0.3)) {
-            world.renumber();
-        }
-        storm();
+TEST_F(life, comes_to_health_or_a_known_end) {
+    expects_all_watched = false;  // The sockets of ended transfers stay open.
+    first_descriptor = 16;        // above the real ones
+    has_failing_calls = below(2);
+    files["settings.xml"].content = one_of("", "closed to strangers");
+    overheard[0].second = hex("0001") + "settings.xml";
+    ieee_802_1x_username = one_of("", "", "base");
+    vlan_id = one_of(0, 0, 0, 200);
+    ntp_server = one_of("10.1.0.123", "server.example", "nowhere.example");
+    set_link(true);
+    start_up();
+    double const life_end = std::stod(arguments[2]) * day;
+    while (now() < life_end && !HasFailure()) {
+        double const written = double(bytes_written);
+        double const length = one_of(60, 3600, 6 * 3600);
+        worsen(now() + length);
+        play_for(length);
+        counts["years of storms"] += length / day / 365.25;
+        counts["bytes written to files in storms"] += double(bytes_written) - written;
         expect_health();
-        calm(world.one_of({hour, 10 * day, 30 * day, 60 * day}));
+        // A lease that is lost does not come back by itself; a short one makes long days.
+        double const often = lease_seconds ? lease_seconds * 20000.0 : 60 * day;
+        double const calm = std::min({one_of(0.1, 10.0, 60.0) * day, often, life_end - now()});
+        for (double const end = now() + calm; now() < end && the_end().empty();) {
+            play_for(std::min(day, end - now()));
+        }
         expect_health();
     }
-}
-
-void one_life::report(std::ostream& out) {
-    out << now() / day / 365.25 << " years\n" << checks.passes << " main loop passes\n";
-    out << seconds_of_storms / day / 365.25 << " years of storms\n";
-    out << bytes_in_storms << " bytes written to files in storms\n";
-    out << bytes_written - bytes_in_storms << " bytes written to files in health\n";
-    out << checks.memory_max << " most bytes of memory\n";
-    out << checks.healthy_first << " most bytes in use, first healthy\n";
-    out << checks.healthy_last << " most bytes in use, last healthy\n";
-    out << checks.descriptors_max << " most descriptors open\n";
-    for (auto const& [name, count] : world.counts) {
-        out << count << " " << name << "\n";
+    counts["main loop passes"] = passes;
+    counts["most descriptors open"] = most_descriptors;
+    counts["years"] = now() / day / 365.25;
+    double const in_storms = counts["bytes written to files in storms"];
+    counts["bytes written to files in health"] = double(bytes_written) - in_storms;
+    for (str::block_class const& each : str::block_size) {
+        counts["most bytes of memory"] += double(each.carved) * each.size;
     }
-}
-
-one_life* playing = nullptr;
-
-// A check that fails ends the life, with its story.
-class stop_at_failure : public testing::EmptyTestEventListener {
-    void OnTestPartResult(testing::TestPartResult const& result) override {
-        std::cerr << "At " << now() << " s: " << result.message() << "\n"
-                  << playing->checks.story();
-        _exit(1);
+    EXPECT_LT(counts["most bytes of memory"] + str::allocated_size, 24 << 20);
+    for (auto const& [name, count] : counts) {
+        printf("%.9g %s\n", count, name.c_str());
     }
-};
-
-// In a process of its own: a crash or a hang is the end of this life alone.
-[[noreturn]] void live(unsigned int seed, double days, int report_to, bool prints_log) {
-    alarm(limit_of_a_life);
-    testing::UnitTest::GetInstance()->listeners().Append(new stop_at_failure);
-    delete testing::UnitTest::GetInstance()->listeners().Release(
-        testing::UnitTest::GetInstance()->listeners().default_result_printer());
-    one_life life(seed);
-    playing = &life;
-    life.checks.prints_log = prints_log;
-    life.play(days);
-    std::ostringstream report;
-    life.report(report);
-    if (write(report_to, report.str().data(), report.str().size()) < 0) {
-        _exit(1);
-    }
-    _exit(0);
-}
-
-struct totals {
-    std::map<std::string, double> sums;
-    int failed = 0;
-
-    void add(std::istream& report) {
-        double value;
-        for (std::string name; report >> value && report.ignore() && std::getline(report, name);) {
-            double& sum = sums[name];
-            sum = name.starts_with("most ") ? std::max(sum, value) : sum + value;
-        }
-    }
-};
-
-struct running_life {
-    unsigned int seed;
-    int report;  // the pipe's reading end
-};
-
-void start_life(std::map<pid_t, running_life>& lives, unsigned int seed, double days) {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        exit(1);
-    }
-    pid_t const child = fork();
-    if (child == 0) {
-        live(seed, days, ends[1], false);
-    }
-    close(ends[1]);
-    lives[child] = {seed, ends[0]};
-}
-
-void end_life(std::map<pid_t, running_life>& lives, totals& all) {
-    int status = 0;
-    pid_t const child = wait(&status);
-    running_life const ended = lives[child];
-    lives.erase(child);
-    std::string report;
-    char piece[4096];
-    for (ssize_t count; (count = read(ended.report, piece, sizeof piece)) > 0;) {
-        report.append(piece, size_t(count));
-    }
-    close(ended.report);
-    std::istringstream lines(report);
-    all.add(lines);
-    if (status != 0) {
-        ++all.failed;
-        std::cout << "FAIL seed " << ended.seed
-                  << (WIFSIGNALED(status) ? " by signal " + std::to_string(WTERMSIG(status)) : "")
-                  << std::endl;
-    }
-}
-
-int play_all(unsigned int first, unsigned int last, double days) {
-    std::map<pid_t, running_life> lives;
-    totals all;
-    size_t const side_by_side = size_t(sysconf(_SC_NPROCESSORS_ONLN));
-    for (unsigned int seed = first; seed <= last; ++seed) {
-        if (lives.size() == side_by_side) {
-            end_life(lives, all);
-        }
-        start_life(lives, seed, days);
-    }
-    while (!lives.empty()) {
-        end_life(lives, all);
-    }
-    for (auto const& [name, sum] : all.sums) {
-        std::cout << std::setw(14) << sum << "  " << name << "\n";
-    }
-    std::cout << last - first + 1 << " lives, " << all.failed << " failed" << std::endl;
-    return all.failed ? 1 : 0;
 }
 
 }  // namespace
-}  // namespace life
 
 int main(int argc, char** argv) {
-    double days = 200;
-    int next = 1;
-    if (argc > 2 && std::string(argv[1]) == "--days") {
-        days = atof(argv[2]);
-        next = 3;
-    }
-    if (argc == next + 2 && std::string(argv[next]) == "--log") {
-        life::live(static_cast<unsigned int>(atoi(argv[next + 1])), days, STDOUT_FILENO, true);
-    }
-    if (argc <= next) {
-        std::cerr << "life [--days DAYS] FIRST [LAST]\n";
-        return 2;
-    }
-    auto const first = static_cast<unsigned int>(atoi(argv[next]));
-    auto const last = argc > next + 1 ? static_cast<unsigned int>(atoi(argv[next + 1])) : first;
-    return life::play_all(first, last, days);
+    testing::InitGoogleTest(&argc, argv);
+    GTEST_FLAG_SET(brief, true);
+    arguments = argv;
+    dice.seed(unsigned(std::stoul(argv[1])));
+    return RUN_ALL_TESTS();
 }
