@@ -134,21 +134,21 @@ void documents(str const& text, unsigned int variant) {
 
 struct target {
     char const* name;
-    reader_number readers[2];
+    char const* readers[2];
     char const* file;
     void (*own)(str const& text, unsigned int variant);
 };
 
 target const targets[] = {
-    {"arp_frame", {reader_arp, reader_dhcp}, "", dhcp_clients},
-    {"dhcp_message", {reader_dhcp, reader_dhcp_frame}, "resolv.conf", dhcp_clients},
-    {"dhcp6_message", {reader_dhcp6, reader_dns}, "/proc/net/if_inet6", dhcp6_clients},
-    {"dns_answer", {reader_dns, reader_ntp}, "", names},
-    {"eapol_frame", {reader_eapol, reader_lldp}, "", agents},
-    {"lldp_frame", {reader_lldp, reader_eapol}, "/proc/avalanche/cpmac_link", agents},
-    {"ntp_reply", {reader_ntp, reader_dns}, "", time_clients},
-    {"settings_file", {reader_count, reader_count}, "settings.xml", documents},
-    {"tftp_packets", {reader_tftp_request, reader_tftp_transfer}, "settings.xml", access},
+    {"arp_frame", {"ARP", "DHCPv4"}, "", dhcp_clients},
+    {"dhcp_message", {"DHCPv4", "DHCPv4 frame"}, "resolv.conf", dhcp_clients},
+    {"dhcp6_message", {"DHCPv6", "DNS"}, "/proc/net/if_inet6", dhcp6_clients},
+    {"dns_answer", {"DNS", "NTP"}, "", names},
+    {"eapol_frame", {"EAPOL", "LLDP"}, "", agents},
+    {"lldp_frame", {"LLDP", "EAPOL"}, "/proc/avalanche/cpmac_link", agents},
+    {"ntp_reply", {"NTP", "DNS"}, "", time_clients},
+    {"settings_file", {}, "settings.xml", documents},
+    {"tftp_packets", {"TFTP request", "TFTP transfer"}, "settings.xml", access},
 };
 
 // --- How an input is played ---
@@ -189,7 +189,7 @@ public:
         srand(1);
         first_descriptor = 20;  // The main loop looks at every number up to the largest.
         log_level = 9;
-        chosen.readers[0] == reader_count ? settings.init() : readers[chosen.readers[0]].begin();
+        chosen.readers[0] ? readers.at(chosen.readers[0]).begin() : settings.init();
         meter watch;
         for (bytes const& step : steps_of(input)) {
             if (now() < virtual_time_max) {
@@ -204,9 +204,9 @@ private:
         unsigned int const control = number(step, 0);
         unsigned int const kind = control & 7;
         bytes const data = step.substr(1);
-        if (kind < 4 && chosen.readers[kind / 2] != reader_count) {
-            reader const& where = readers[chosen.readers[kind / 2]];
-            bytes const packet = data.substr(0, where.size_max);
+        if (kind < 4 && chosen.readers[0]) {
+            reader const& where = readers.at(chosen.readers[kind / 2]);
+            bytes const packet = data.substr(0, where.size_max());
             where.arrive(kind % 2 ? where.fitted(packet) : packet);
             watch.expect_cheap(
                 packet.size(), [] { run_for(0); }, where.beyond);

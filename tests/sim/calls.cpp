@@ -67,16 +67,16 @@ struct failure {
 
 struct descriptor {
     unsigned int number = 0;  // of all ever opened
-    std::string path;         // of a file; empty for a socket
+    std::string path = {};    // of a file; empty for a socket
     size_t offset = 0;
     int domain = 0;
     int type = 0;
-    int port = 0;        // EtherType of a packet socket
-    std::string device;  // that it is bound to
-    bytes peer;          // a socket address, when connected
-    std::string words;   // options and multicast groups
-    std::string multicast_interface;
-    std::list<std::pair<bytes, bytes>> incoming;  // with the senders' socket addresses
+    int port = 0;             // EtherType of a packet socket
+    std::string device = {};  // that it is bound to
+    bytes peer = {};          // a socket address, when connected
+    std::string words = {};   // options and multicast groups
+    std::string multicast_interface = {};
+    std::list<std::pair<bytes, bytes>> incoming = {};  // with the senders' socket addresses
 };
 
 lines journal;

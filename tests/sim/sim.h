@@ -9,10 +9,8 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
-#include <ostream>
 #include <random>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace sim {
@@ -44,7 +42,6 @@ double now();
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
 void run_for(double seconds);
-extern int handler_ms;  // what the daemon takes for each packet
 // The outside acts at a moment, once the daemon waits.
 void at(double moment, std::function<void()> const& action);
 
@@ -113,6 +110,28 @@ extern int descriptors_max;              // open at a time
 int open_descriptors();
 
 bytes damaged(bytes const& good, std::minstd_rand& random);
+
+// --- What foreign packets cost: strangers send as many as the wire carries ---
+// What the rules of a protocol demand beyond the limits for all.
+struct cost {
+    long kept = 0;  // bytes of the pool's blocks, by all packets so far
+    size_t packets = 0;
+    size_t packet_bytes = 0;
+    size_t records = 0;
+    size_t record_bytes = 0;
+};
+// Watches a row of packets.
+class meter {
+public:
+    meter();
+    long kept() const;  // bytes of the pool's blocks, by all packets so far
+    // Fails when what `deliver` lets the daemon do costs more than a packet of that size may.
+    void expect_cheap(size_t size, std::function<void()> const& deliver, cost const& beyond = {});
+
+private:
+    long const before;
+    size_t largest = 0;  // bytes of a packet so far
+};
 
 // A fresh world; every global of the daemon as at its start.
 void reset_world();

@@ -2,7 +2,7 @@
 // kind, in between a healthy network, on which the device must come to a lease and a set clock, or
 // else to one of the ends that the protocols' rules lead to.
 //   life SEED DAYS [--log]     the same seed plays the same life again
-#include "sim/meter.h"
+#include "sim/sim.h"
 
 #include "config/settings.h"
 #include "core/main_loop.h"
@@ -322,7 +322,7 @@ void expect_order() {
     }
     meter in_use = birth;
     in_use.expect_cheap(0, [] {});
-    EXPECT_LT(in_use.most.kept, 20000 + 6500 * dhcp::clients.count + 800 * cache.count +
+    EXPECT_LT(birth.kept(), 20000 + 6500 * dhcp::clients.count + 800 * cache.count +
                                     100 * descriptors::abandoned.count);
 }
 
