@@ -29,7 +29,6 @@
 extern "C" {
 int __real_close(int);
 int __real_fstat(int, struct stat*);
-int __real_mkdir(char const*, mode_t);
 int __real_open(char const*, int, ...);
 ssize_t __real_read(int, void*, size_t);
 int __real_stat(char const*, struct stat*);
@@ -52,12 +51,11 @@ std::map<std::string, int> interfaces;
 std::map<std::string, std::string> configured;
 std::vector<packet> sent;
 bool is_broadcast;
+lines journal;
 
 namespace {
 
 constexpr long long epoch_ms = 1700000000000;  // of the wall clock, when the program begins
-constexpr size_t frame_max = 1514;             // bytes, with the Ethernet header
-constexpr size_t datagram_max = 65507;
 
 struct failure {
     int error;
@@ -79,7 +77,6 @@ struct descriptor {
     std::list<std::pair<bytes, bytes>> incoming = {};  // with the senders' socket addresses
 };
 
-lines journal;
 std::map<std::string, failure> failures;  // by call
 int calls_to_cut;                         // that write, before the power goes
 bool power_is_out;
@@ -239,28 +236,32 @@ bytes socket_address(std::string const& from, int port) {
     return is_v4 ? raw(&v4, sizeof v4) : raw(&v6, sizeof v6);
 }
 
+bool has_word(descriptor const& socket, std::string const& word) {
+    return socket.words.find(" " + word) != std::string::npos;
+}
+
 void queue(descriptor& socket, bytes const& data, std::string const& from, int port) {
-    EXPECT_LE(data.size(), datagram_max);
-    if (socket.words.find("deaf") == std::string::npos) {
+    if (!has_word(socket, "deaf")) {
         socket.incoming.emplace_back(data, socket_address(from, port));
     }
 }
 
 ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
     packet out = {now(), IPPROTO_UDP, socket.device, "", data, socket.number};
+    size_t size_max = 65507;
     if (socket.domain == AF_PACKET) {
         auto const address = read_as<sockaddr_ll>(to);
         out.protocol = ntohs(address.sll_protocol);
         out.interface = interface_name(address.sll_ifindex);
         out.to = to_hex(raw(address.sll_addr, address.sll_halen));
+        size_max = 1514;  // with the Ethernet header
     } else {
         out.to = endpoint(to);
         out.interface += out.to.starts_with("[ff") ? socket.multicast_interface : "";
+        size_max *= !out.to.starts_with("255.255.255.255") || has_word(socket, "broadcast");
     }
-    bool const is_refused = out.to.starts_with("255.255.255.255") &&
-                            socket.words.find("broadcast") == std::string::npos;
-    if (is_refused || data.size() > (socket.domain == AF_PACKET ? frame_max : datagram_max)) {
-        return refuse(is_refused ? EACCES : EMSGSIZE);
+    if (data.size() > size_max) {
+        return refuse(size_max ? EMSGSIZE : EACCES);
     }
     sent.push_back(out);
     return ssize_t(data.size());
@@ -268,34 +269,26 @@ ssize_t transmit(descriptor const& socket, bytes const& data, void const* to) {
 
 // --- Interfaces ---
 
-int configure(std::string const& request, std::string const& value) {
-    configured[request] = value;
-    return done(request + " " + value);
-}
-
 int interface_request(unsigned long code, ifreq& request) {
     std::string const name = request.ifr_name;
     if (!interfaces.count(name)) {
         return refuse(ENODEV);
     }
-    switch (code) {
-    case SIOCGIFINDEX:
+    if (code == SIOCGIFINDEX) {
         request.ifr_ifindex = interfaces[name];
-        return 0;
-    case SIOCGIFFLAGS:
+    } else if (code == SIOCGIFFLAGS) {
         request.ifr_flags = IFF_BROADCAST;
-        return 0;
-    case SIOCSIFFLAGS:
-        return configure("SIOCSIFFLAGS " + name, std::to_string(request.ifr_flags));
-    case SIOCSIFMTU:
-        return configure("SIOCSIFMTU " + name, std::to_string(request.ifr_mtu));
-    default:
-        return configure((code == SIOCSIFADDR      ? "SIOCSIFADDR "
-                          : code == SIOCSIFNETMASK ? "SIOCSIFNETMASK "
-                                                   : "SIOCSIFBRDADDR ") +
-                             name,
-                         host(&request.ifr_addr));
+    } else {
+        auto const [request_name, value] =
+            code == SIOCSIFFLAGS     ? std::pair("SIOCSIFFLAGS ", std::to_string(request.ifr_flags))
+            : code == SIOCSIFMTU     ? std::pair("SIOCSIFMTU ", std::to_string(request.ifr_mtu))
+            : code == SIOCSIFADDR    ? std::pair("SIOCSIFADDR ", host(&request.ifr_addr))
+            : code == SIOCSIFNETMASK ? std::pair("SIOCSIFNETMASK ", host(&request.ifr_addr))
+                                     : std::pair("SIOCSIFBRDADDR ", host(&request.ifr_addr));
+        configured[request_name + name] = value;
+        return done(request_name + name + " " + value);
     }
+    return 0;
 }
 
 // An IPv6 address, its prefix length and the interface index.
@@ -348,10 +341,6 @@ void run_until(double moment) {
     EXPECT_TRUE(power_is_out) << "the main loop goes round without letting time pass";
 }
 
-void run_for(double seconds) {
-    run_until(now() + seconds);
-}
-
 void at(double moment, std::function<void()> const& action) {
     outside.emplace(case_start_ms + std::llround(moment * 1000), action);
 }
@@ -381,32 +370,18 @@ int open_descriptors() {
     return int(descriptors.size());
 }
 
-lines take_journal() {
-    return std::exchange(journal, {});
-}
-
 lines take_log() {
     lines log;
-    for (bytes const& record : std::exchange(log_records, {})) {
-        log.push_back(decoded(record));
-    }
+    std::transform(log_records.begin(), log_records.end(), std::back_inserter(log), decoded);
+    log_records.clear();
     return log;
-}
-
-int count_logged(std::string const& line) {
-    return int(std::count_if(log_records.begin(), log_records.end(),
-                             [&](bytes const& record) { return decoded(record) == line; }));
-}
-
-std::vector<packet> take_sent() {
-    return std::exchange(sent, {});
 }
 
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data) {
     for (auto& [fd, each] : descriptors) {
         bool const to_group = each.type == SOCK_RAW && (data[0] & 1);
         if (each.port == ether_type && each.device == interface &&
-            (!to_group || each.words.find(to_hex(data.substr(0, 6))) != std::string::npos)) {
+            (!to_group || has_word(each, to_hex(data.substr(0, 6))))) {
             each.incoming.emplace_back(data, "");
         }
     }
@@ -512,8 +487,9 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
     int ready = 0;
     auto const watch = [&] {
         FD_ZERO(readable);
-        for (auto const& [fd, each] : descriptors) {
-            if (fd < count && FD_ISSET(fd, &watched) && !each.incoming.empty()) {
+        for (int fd = 0; fd < count; ++fd) {
+            EXPECT_TRUE(!FD_ISSET(fd, &watched) || find(fd)) << fd << " is watched, but not open";
+            if (FD_ISSET(fd, &watched) && find(fd) && !find(fd)->incoming.empty()) {
                 FD_SET(fd, readable);
                 ++ready;
             }
@@ -522,9 +498,6 @@ int __wrap_select(int count, fd_set* readable, fd_set*, fd_set*, struct timeval*
             << "a socket with data is not watched";
         return ready > 0;
     };
-    for (int fd = 0; fd < count; ++fd) {
-        EXPECT_TRUE(!FD_ISSET(fd, &watched) || find(fd)) << fd << " is watched, but not open";
-    }
     if (!watch() && limit) {
         let_pass(limit->tv_sec * 1000LL + limit->tv_usec / 1000, watch);
     }
@@ -613,9 +586,6 @@ int __wrap_fchmod(int fd, mode_t mode) {
 }
 
 int __wrap_mkdir(char const* path, mode_t mode) {
-    if (!is_simulated(path)) {
-        return __real_mkdir(path, mode & 0777);
-    }
     if (files.count(path) || fails_to_write("mkdir")) {
         return refuse(EEXIST);
     }
