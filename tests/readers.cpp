@@ -19,8 +19,8 @@ constexpr cost next_message = {.packet_bytes = 600};
 // A lease configures and publishes a dozen things, and begins the address check.
 constexpr cost lease = {.packet_bytes = 600, .records = 5};
 // The DHCPv6 reply logs each of its servers. It lets two time clients begin; their question goes to
-// all name servers, eight at most.
-constexpr cost lease6 = {.packets = 7, .packet_bytes = 900, .records = 7, .record_bytes = 1000};
+// all name servers, eight at most, and each socket that cannot be made nonblocking is logged.
+constexpr cost lease6 = {.packets = 7, .packet_bytes = 900, .records = 12, .record_bytes = 1000};
 // The first policy starts the clients of both address families.
 constexpr cost policy = {.packets = 1, .packet_bytes = 600, .records = 2};
 // An answer about a name lets the SNTP clients ask their next questions, of all name servers, or
