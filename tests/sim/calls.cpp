@@ -390,9 +390,8 @@ void frame_arrives(std::string const& interface, int ether_type, bytes const& da
 void datagram_arrives(int port, bytes const& data, std::string const& from,
                       std::string const& device) {
     for (auto& [fd, each] : descriptors) {
-        std::string const on = !device.empty()       ? device
-                               : each.device.empty() ? "eth1"
-                                                     : each.device;
+        std::string const own = each.device.empty() ? "eth1" : each.device;
+        std::string const on = device.empty() ? own : device;
         std::string const& address = configured["SIOCSIFADDR " + on];
         bool const reaches_it = from.find(':') != std::string::npos || is_broadcast ||
                                 (!address.empty() && address != "0.0.0.0");
@@ -509,20 +508,16 @@ int __wrap_open(char const* path, int flags, ...) {
         return __real_open(path, flags, 0600);
     }
     bool const writes = (flags & O_ACCMODE) == O_WRONLY;
-    if (writes ? fails_to_write("open") : fails("open")) {
-        return -1;
-    }
+    bool const is_refused = writes ? fails_to_write("open") : fails("open");
     bool const is_there = files.count(path) || ((flags & O_CREAT) && folder_exists(path));
-    int const fd = is_there ? add({.path = path}) : refuse(ENOENT);
+    int const fd = is_refused ? -1 : is_there ? add({.path = path}) : refuse(ENOENT);
     if (fd == -1) {
         return -1;
     }
     file& opened = files[path];
-    if (opened.kind == file::pipe) {
-        EXPECT_TRUE(flags & O_NONBLOCK) << "opening may wait for the reader";
-    } else {
-        done((writes ? "write " : "read ") + bytes(path));
-    }
+    bool const is_pipe = opened.kind == file::pipe;
+    EXPECT_TRUE(!is_pipe || (flags & O_NONBLOCK)) << "opening may wait for the reader";
+    is_pipe ? 0 : done((writes ? "write " : "read ") + bytes(path));
     if (flags & O_TRUNC) {
         va_list arguments;
         va_start(arguments, flags);
@@ -601,7 +596,8 @@ int __wrap_unlink(char const* path) {
 }
 
 int __wrap_rename(char const* from, char const* to) {
-    bool const crosses = nv_is_apart && !strncmp(from, "/nv", 3) != !strncmp(to, "/nv", 3);
+    bool const crosses =
+        nv_is_apart && bytes(from).starts_with("/nv") != bytes(to).starts_with("/nv");
     if (fails_to_write("rename")) {
         return -1;
     }

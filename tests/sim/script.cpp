@@ -51,27 +51,25 @@ bytes damaged(bytes const& good, std::minstd_rand& random) {
 
 namespace {
 
-std::string dhcp_name(bytes const& message) {
-    static std::map<int, char const*> const names = {
-        {1, "DISCOVER"}, {3, "REQUEST"}, {4, "DECLINE"}};
-    return names.at(message.at(242));
-}
-
-std::string dhcp6_name(bytes const& message) {
-    static std::map<int, char const*> const names = {
-        {1, "SOLICIT"}, {3, "REQUEST"}, {5, "RENEW"}, {6, "REBIND"}, {11, "INFORMATION-REQUEST"}};
-    return names.at(message.at(0));
+// The number in a message to that port, in words.
+char const* name_of(int port, int number) {
+    static std::map<std::pair<int, int>, char const*> const names = {
+        {{67, 1}, "DISCOVER"}, {{67, 3}, "REQUEST"},
+        {{67, 4}, "DECLINE"},  {{547, 1}, "SOLICIT"},
+        {{547, 3}, "REQUEST"}, {{547, 5}, "RENEW"},
+        {{547, 6}, "REBIND"},  {{547, 11}, "INFORMATION-REQUEST"},
+        {{53, 1}, "A "},       {{53, 28}, "AAAA "},
+        {{53, 33}, "SRV "},    {{53, 35}, "NAPTR "}};
+    return names.at({port, number});
 }
 
 // "A h.org"
 std::string question(bytes const& query) {
-    static std::map<int, char const*> const types = {
-        {1, "A "}, {28, "AAAA "}, {33, "SRV "}, {35, "NAPTR "}};
     std::string name;
     for (size_t i = 12; query.at(i) != 0; i += 1 + size_t(query[i])) {
         name += (name.empty() ? "" : ".") + query.substr(i + 1, size_t(query[i]));
     }
-    return types.at(query[query.size() - 3]) + name;
+    return name_of(53, query[query.size() - 3]) + name;
 }
 
 std::string tftp_words(bytes const& packet) {
@@ -90,7 +88,7 @@ std::string words(packet const& each) {
     case 0:
         return data;
     case ETH_P_IP:
-        return dhcp_name(data.substr(28)) + on;
+        return name_of(67, data.at(270)) + on;
     case ETH_P_ARP:
         return (data.substr(14, 4) == bytes(4, '\0') ? "probe" : "announcement") + on;
     case ETH_P_PAE:
@@ -98,8 +96,8 @@ std::string words(packet const& each) {
     case ETH_P_LLDP:
         return "LLDP" + on;
     default:
-        return to.ends_with(":67")                            ? dhcp_name(data) + to
-               : to.ends_with(":547")                         ? dhcp6_name(data) + on
+        return to.ends_with(":67")                            ? name_of(67, data.at(242)) + to
+               : to.ends_with(":547")                         ? name_of(547, data.at(0)) + on
                : to.ends_with(":53") || to.ends_with(":5355") ? question(data) + to
                : data[0] == '\x1B'                            ? "NTP" + to
                                                               : tftp_words(data);
