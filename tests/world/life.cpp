@@ -321,7 +321,7 @@ void expect_health() {
     in_use.expect_cheap(0, [] {});
     int const entries = cache.count + dns_services.requests.count;
     EXPECT_LT(birth.kept(), 14000 + 5000 * dhcp::clients.count + 500 * entries +
-                                    64 * descriptors::abandoned.count);
+                                64 * descriptors::abandoned.count);
     std::string const end = the_end();
     EXPECT_TRUE(has_failing_calls || end.find("failed calls") == std::string::npos) << end;
     ++counts[end.empty() ? "healthy" : "ends: " + end];
