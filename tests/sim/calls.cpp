@@ -237,7 +237,7 @@ bytes socket_address(std::string const& from, int port) {
 }
 
 bool has_word(descriptor const& socket, std::string const& word) {
-    return socket.words.find(" " + word) != std::string::npos;
+    return (socket.words + " ").find(" " + word + " ") != std::string::npos;
 }
 
 void queue(descriptor& socket, bytes const& data, std::string const& from, int port) {
