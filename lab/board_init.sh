@@ -33,7 +33,7 @@ start_daemon() {
 
 make_start_script() {
     cp rc.vorn "$out/nv/"
-    ln -s /app/basenetd "$app/basenetd"
+    mkdir -p "$device/usr/sbin" && ln -s /app/basenetd "$device/usr/sbin/basenetd"
     printf '#!/bin/sh\ntouch application.started\n' >"$app/ata-app"
     chmod +x "$app/ata-app"
 }

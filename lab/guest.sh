@@ -25,7 +25,8 @@ wait_until() {
     shift
     until "$@"; do
         tries=$((tries + 1))
-        [ $tries -lt 300 ] || die "waited 30 s in vain for $what"
+        # shellcheck disable=SC2317 # where die() only tells
+        [ $tries -lt 300 ] || { die "waited 30 s in vain for $what"; return 1; }
         sleep 0.1
     done
 }
@@ -195,6 +196,11 @@ make_device() {
 # The Ethernet driver's word on the link. Replaced by rename: nobody may read it half written.
 link_file() {
     local bit=0
+    # shellcheck disable=SC2317 # where die() only tells
+    case $1 in
+    UP | DOWN) ;;
+    *) die "link_file UP or DOWN" || return ;;
+    esac
     [ "$1" = UP ] && bit=1
     echo "eth1: port 1: $1 link=$bit, speed=100, duplex=full" >$device/proc/avalanche/new
     mv $device/proc/avalanche/new $device/proc/avalanche/cpmac_link

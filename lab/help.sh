@@ -4,3 +4,16 @@ if [ "$*" = --help ]; then
     sed -n '2,/^$/s/^# \{0,1\}//p' "$0"
     exit 0
 fi
+
+# refuse WORD...: what is not understood; nothing has been done yet
+refuse() {
+    echo "$0 does not know \"$*\"; --help tells what it takes." >&2
+    exit 2
+}
+
+# is_count TEXT: a whole number above 0
+is_count() {
+    case $1 in
+    '' | 0* | *[!0-9]*) return 1 ;;
+    esac
+}

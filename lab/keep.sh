@@ -38,7 +38,8 @@ start() {
         daemon=
         unshare --root="$device" --wd=/nv/app /app/basenetd "$@" </dev/null >>"$out/daemon.out" 2>&1 &
     )
-    wait_until "the daemon to start" runs
+    sleep 0.5
+    runs || die "The daemon has ended at once: does it know the options \"$*\"?"
 }
 
 restart() {
@@ -49,15 +50,17 @@ cat <<END
 
 This is a shell in the device's own network. The daemon's working directory is this folder, $app.
 
-    restart, stop, start      the daemon; options may follow, as in: start --log 5
+    restart, stop, start      the daemon; options may follow, as in: restart --pipe PIPE
+    basenetlog --create PIPE &      shows the records of a pipe in this folder; those of net2app are taken already
     basenetlog --status $out/records.raw      what the records say so far
     tail -f $out/records      the records as they come (Ctrl-C ends it)
     basenetcheck settings.xml
     curl -T FILE tftp://$(address_of eth1.100 | cut -d / -f 1)/NAME      from the management host, on the VLAN
     link_file DOWN, link_file UP      what the Ethernet driver says of the link
     ip netns exec sw COMMAND      on the switch's side, where the servers are
+    busybox killall dnsmasq      ends one of them
 
-Files can be written here, in $out, which this machine keeps, and in /run and /tmp, which end with the shell.
+Files can be written here, in $out, which this machine keeps, and in /run, which ends with the shell.
 Leave with exit.
 
 END

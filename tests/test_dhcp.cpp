@@ -42,7 +42,6 @@ events const world = {
     {"nak", [](auto&) { answer("350106"); }},
     {"inform", [](auto&) { answer("350108"); }},
     {"damaged", [](auto& position) { damaged(0x0800, frame("350102"), position); }},
-    {"short", [](auto&) { frame_arrives("eth1", 0x0800, frame("").substr(0, 268)); }},
     {"conflict", [](auto&) { frame_arrives("eth1", 0x0806, hex(reply_of_another)); }},
     {"arp", [](auto& position) { damaged(0x0806, hex(reply_of_another), position); }},
     {"t1", [](auto&) { dhcp::t1_callback("eth1"); }},
@@ -57,7 +56,6 @@ events const world = {
     {"to_t1", [](auto&) { say(std::to_string(client().t1_timer.seconds())); }},
     {"to_t2", [](auto&) { say(std::to_string(client().t2_timer.seconds())); }},
     {"address", [](auto&) { say(configured["SIOCSIFADDR eth1"]); }},
-    {"broadcast", [](auto&) { say(configured["SIOCSIFBRDADDR eth1"]); }},
     // The ways to the states; to INIT that of a conflict, which holds the client there.
     {"SELECTING", [](auto&) { play(world, "start state log journal"); }},
     {"REQUESTING", [](auto&) { play(world, "SELECTING offer state log journal"); }},
@@ -131,6 +129,7 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
         {"REQUESTING ack state", "0 BOUND"},
         {"REQUESTING conflict state", "0 DECLINE, INIT, new xid"},
         {"BOUND t1 state", "0 REQUEST to 192.0.2.1:67, RENEWING, new xid"},
+        {"BOUND t1 nak state", "0 REQUEST to 192.0.2.1:67, " + anew},
         {"BOUND conflict state", "0 DECLINE, INIT, new xid"},
         {"RENEWING ack state", "1801 BOUND"},
         {"RENEWING nak state", "1801 " + anew},
@@ -144,7 +143,6 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
         // Any reply with our transaction id ends the copies, but nothing else.
         {"SELECTING damaged:9 damaged:22 damaged:23 damaged:28 damaged:32 damaged:267 state",
          "0 SELECTING"},
-        {"SELECTING short 100 state", "100 SELECTING"},
         {"SELECTING inform 100 log", "100 1 DHCPv4: receive type 8"},
         // Another protocol, a request, one for another address, our own reply.
         {"REQUESTING arp:3 arp:7 arp:17 mac:02A0B7999999 conflict state", "0 REQUESTING"},
@@ -156,7 +154,6 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
         {"REQUESTING ack:33040000000a to_t1 to_t2", "0 5, 8"},
         {"REQUESTING ack:3304000000643a04000000143b040000001e to_t1 to_t2", "0 21, 31"},
         {"RENEWING ack:3304ffffffff3a0400000014 to_t1 to_t2 state", "1801 1801 0, BOUND"},
-        {"REQUESTING ack:01020fff00 broadcast", "0 240.0.255.255"},
         {"REQUESTING ntp:192.0.2.7 ack:2a03c00002", "0 NTP to 0.0.0.0:123"},
         {"REQUESTING ack:2a04c0000209", ""},
         {"ntp:192.0.2.6 start offer ack:2a08c0000209c0000208 stop start offer ack:2a04c0000209",

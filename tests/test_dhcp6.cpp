@@ -35,7 +35,11 @@ events const world = {
     {"message", [](auto& data) { receive(data.substr(0, 2), data.substr(2)); }},
     {"foreign", [](auto&) { datagram_arrives(546, hex("02ffffff" + offer), "fe80::1"); }},
     {"state", [](auto&) { say(dhcp6::state_names[client().state]); }},
-    {"bytes", [](auto&) { say(to_hex(of(client().message.serialize()).substr(4))); }},
+    {"bytes",
+     [](auto&) {
+         packet const last = sent.back();
+         say(last.interface + " " + last.to + " " + to_hex(last.data.substr(4)));
+     }},
     {"global",
      [](auto& adr) { files["/proc/net/if_inet6"].content += adr + " 02 40 20 80 eth1\n"; }},
     {"REQUEST", [](auto&) { play(world, "start 3 advertise log journal"); }},
@@ -52,9 +56,9 @@ struct dhcp6_test : sim::test {
 }  // namespace
 
 TEST_F(dhcp6_test, exchanges_go_like_this) {
-    std::string const duid = "0001000a000300010004aabbccdd";
+    std::string const duid = "0001000a000300010004aabbccdd", to = "eth1 [ff02::1:2]:547 ";
     std::string const wanted = "0006000e0015001600170018001f0029002a";
-    std::string const named = duid + "0002000673657276657200080002";
+    std::string const named = to + duid + "0002000673657276657200080002";
     std::string const asked = "000300024941" + wanted;
     std::string const long_id = "00030400" + std::string(2046, 'a');  // of 1,023 bytes
     std::string const link_local = "global:fe80000000000000020004fffeaabbcc ";
@@ -66,19 +70,19 @@ TEST_F(dhcp6_test, exchanges_go_like_this) {
           {"start 3 foreign message:07" + offer + " 1 advertise:" + offer + "000d00020000 1",
            "3 4 SOLICIT, 4 5 REQUEST"},
           {"start 3 advertise:" + offer + "000d000400006f6b 1", "3 4 SOLICIT"},  // "ok"
-          {"start 3 advertise:0002000173" + long_id + " 0.5", "3 SOLICIT, REQUEST"},
+          {"start 3 advertise:0002000173" + long_id + " state 0.5", "3 SOLICIT, 3 3 REQUEST"},
           {"start 3 advertise:000200027373" + long_id + " 1", "3 4 SOLICIT"},
           // A part of an offer is none, but ends the copies.
           {"start 3 advertise:000300024941 9 state", "3 12 SOLICIT"},
           {"start 3 advertise:000200024941 9 state", "3 12 SOLICIT"},
           {"start 3 message:07 1 bytes advertise bytes reply:70/71 70 bytes 1 bytes",
-           "3 4 SOLICIT, " + duid + wanted +
+           "3 4 SOLICIT, " + to + duid + wanted +
                "000800020fa00003000c4941494400000e1000001518, REQUEST, " + named + "0fa0" + asked +
                ", 74 RENEW, " + named + "2110" + asked + ", 75 REBIND, " + named + "24f8" + asked},
           {link_local + "global:00000000000000000000000000000001 start 3", "3 SOLICIT"},
           {link_local + "global:20010db8000000000000000000000007 start 3 bytes log 100 "
                         "message:07 state start 3",
-           "3 INFORMATION-REQUEST, 000800020bb8" + duid + wanted +
+           "3 INFORMATION-REQUEST, " + to + "000800020bb8" + duid + wanted +
                ", 9 Detected IPv6 address 20010db8000000000000000000000007, 7 DHCPv6 on eth1 goes "
                "to STATELESS, 4 5 6 INFORMATION-REQUEST, 103 STATELESS, 106 SOLICIT"},
           {"REQUEST reply:7/4294967295 7 state 4 state 60",

@@ -31,12 +31,8 @@ void body(std::string const& digits) {
 events const world = {
     {"start", [](auto&) { agent().start("eth1"); }},
     {"stop", [](auto&) { agent().stop(); }},
-    {"guarded",
-     [](auto&) {
-         ieee_802_1x_username = "base7";
-         ieee_802_1x_password = "secret";
-         log_level = 7;
-     }},
+    {"guarded", [](auto&) { ieee_802_1x_username = "base7"; }},
+    {"level", [](auto& level) { log_level = level[0] - '0'; }},
     {"packet", packet},
     {"body", body},
     {"request", [](auto& type) { body("0107" + two_bytes(type.size() / 2 + 4) + type); }},
@@ -56,6 +52,7 @@ struct lldp_test : sim::test {
         use_dhcp = str::f;
         gateway = "10.1.2.1";
         system_ipv6 = false;
+        ieee_802_1x_password = "secret";
     }
 };
 
@@ -125,25 +122,25 @@ TEST_F(lldp_test, the_agent_starts_address_clients_like_this) {
         tell(world, {{std::string("start 0.5 tlvs:") + tlvs, "0 LLDP"}});
     }
     tell(world,
-         {{"ip:10.1.2.3 mask:255.255.255.254 start 2.99 journal 0.01 journal 97",
-           "0 1 2 LLDP, 3 SIOCSIFADDR eth1 10.1.2.3, SIOCSIFNETMASK eth1 255.255.255.254, "
+         {{"ip:10.1.2.3 mask:255.255.255.252 start 2.99 journal 0.01 journal 97",
+           "0 1 2 LLDP, 3 SIOCSIFADDR eth1 10.1.2.3, SIOCSIFNETMASK eth1 255.255.255.252, "
            "SIOCSIFBRDADDR eth1 10.1.2.3, SIOCDELRT eth1 0.0.0.0 to 0.0.0.0/0.0.0.0 flags 2, "
            "SIOCADDRT eth1 10.1.2.1 to 0.0.0.0/0.0.0.0 flags 3, 33 63 93 LLDP"},
-          {"start 1.5 policy:0140c92e log 0.5 policy:0140cb6e policy:0140cb6e log 1",
-           "0 1 LLDP, 1.5 DISCOVER on eth1.100, 9 Starting LLDP, 1.5 1.5 9 Send LLDP, 8 LLDP: "
-           "VLAN=100, Priority=4, DSCP=46, 5 Using VLAN 100, 7 DHCPv4 on eth1.100 goes to INIT, 7 "
-           "DHCPv4 on eth1.100 goes to SELECTING, 2 LLDP, 9 Send LLDP, 8 LLDP: VLAN=101, "
-           "Priority=5, DSCP=46"},
+          {"start 3 stop 40 start 1", "0 1 2 LLDP, 3 DISCOVER, 43 44 LLDP"},
           {"ipv6 start journal policy:0140d12e stop journal 4 start 3 journal",
            "0 LLDP, add VLAN eth1 104, egress eth1.104 0 to 4, ingress eth1.104 0 to 4, "
            "SIOCSIFFLAGS eth1.104 3, SIOCSIFMTU eth1.104 1496, 3 4 SOLICIT on eth1.104, LLDP, 5 "
            "SOLICIT on eth1.104, LLDP, 6 SOLICIT on eth1.104, LLDP"},
-          {"start 3 stop 40 start 1", "0 1 2 LLDP, 3 DISCOVER, 43 44 LLDP"}});
+          {"start 1.5 policy:0140c92e log 0.5 policy:0140cb6e policy:0140cb6e log 1",
+           "0 1 LLDP, 1.5 DISCOVER on eth1.100, 9 Starting LLDP, 1.5 1.5 9 Send LLDP, 8 LLDP: "
+           "VLAN=100, Priority=4, DSCP=46, 5 Using VLAN 100, 7 DHCPv4 on eth1.100 goes to INIT, 7 "
+           "DHCPv4 on eth1.100 goes to SELECTING, 2 LLDP, 9 Send LLDP, 8 LLDP: VLAN=101, "
+           "Priority=5, DSCP=46"}});
 }
 
 TEST_F(lldp_test, the_supplicant_does_this) {
     std::string const challenge = "000102030405060708090a0b0c0d0e0f";
-    std::string const waits = "guarded start 1.5 body: 98.5 log ";
+    std::string const waits = "guarded level:7 start 1.5 body: 98.5 log ";
     tell(world,
          {
              // Another version, another type, a header cut off, a body cut off.
@@ -151,7 +148,7 @@ TEST_F(lldp_test, the_supplicant_does_this) {
               "packet:0100000503010004 3.5",
               "0 1 2 EAPOL 01010000, 3 4 LLDP"},
              // Challenges: with something behind, of 8 bytes, cut off, empty. An unknown method.
-             {"guarded start request:01 request:0268757368 log request:0304 request:0410" +
+             {"guarded level:7 start request:01 request:0268757368 log request:0304 request:0410" +
                   challenge + "61 request:0408" + challenge + " request:0410" +
                   challenge.substr(2) + " request:04 request:0d20 request: 100",
               "0 EAPOL 01010000, EAPOL 0100000a0207000a016261736537, EAPOL 010000050207000502, 2 "

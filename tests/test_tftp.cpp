@@ -1,7 +1,8 @@
 #include "sim/sim.h"
 
-#include "config/setting_container.h"
 #include "config/settings.h"
+#include "core/link_monitor.h"
+#include "core/start_up.h"
 #include "tftp/tftp.h"
 
 #include <cerrno>
@@ -62,6 +63,8 @@ events const world = {
     {"last", [](auto&) { transfer().block = 65535; }},
     {"transfers", [](auto&) { say(std::to_string(tftp_ports.count)); }},
     {"mode", [](auto& name) { say(std::to_string(files.at(name).mode)); }},
+    {"monitor", [](auto&) { link_monitor("eth1"); }},
+    {"listen", [](auto&) { say(std::to_string((fd_tftp4 != -1) + (fd_tftp6 != -1))); }},
     {"size",
      [](auto& name) { say(std::to_string(files[name].content.size()) + temporary_files()); }},
 };
@@ -75,7 +78,6 @@ protected:
         files["empty"];
         files["pipe"] = {"x", file::pipe};
         files["settings.xml"].content = "<?xml?>";
-        settings.init();
         init_tftp();
         tftp_enabled = true;
     }
@@ -113,23 +115,64 @@ TEST_F(tftp_test, transfers_go_like_this) {
           "Receive f (3 bytes), 9 TFTP: Received error 0: no room"},
          {"write:ata-x end:1 write:/nv/ata-x end:1 write:/nv/a/ata-x end:1 mode:ata-x "
           "mode:/nv/ata-x mode:/nv/a/ata-x",
-          "0 ACK 0, ACK 1, ACK 0, ACK 1, ACK 0, ACK 1, 0 0 511, 438"}});
+          "0 ACK 0, ACK 1, ACK 0, ACK 1, ACK 0, ACK 1, 0 0 511, 438"},
+         // Without access nobody listens for long.
+         {"monitor 32 listen closed 2 listen", "32 2, 34 0"},
+         {"closed monitor 31.99 listen 0.01 listen", "31.99 2, 32 0"}});
 }
 
 TEST_F(tftp_test, whatever_fails_a_file_is_the_old_one_or_the_new_one) {
-    char const* const calls[] = {"open", "write", "read", "fsync", "rename", "power"};
+    char const* const calls[] = {"open", "write", "read", "fsync", "rename"};
     bytes const fresh(700, 'n');
     for (char const* path : {"f", "/nv/f"}) {
-        for (int n = 0; n < 240; ++n) {
-            std::string const call = calls[n % 6];  // fails from its n / 6-th time on
+        for (int n = 0; n < 200; ++n) {
+            std::string const call = calls[n % 5];  // fails from its n / 5-th time on
             SetUp();
             nv_is_apart = true;
             files[path].content = "old";
-            call == "power" ? cut_power(n / 6) : fail(call, EIO, n / 6);
+            fail(call, EIO, n / 5);
             upload(path, fresh);
-            bool const was_cut = call == "power" && power_returns();
-            bytes const found = files[path].content + (was_cut ? "" : temporary_files());
-            EXPECT_TRUE(found == fresh || (found == "old" && n < 234)) << path << n << call;
+            bytes const found = files[path].content + temporary_files();
+            EXPECT_TRUE(found == fresh || (found == "old" && n < 195)) << path << n << call;
+        }
+    }
+}
+
+TEST_F(tftp_test, whenever_the_power_goes_each_file_is_the_old_one_or_the_new_one) {
+    bytes const script = "#!/bin/sh\n";
+    bytes const settings_begin = "<?xml?><settings><phone-settings><telnet_enabled>";
+    bytes const closed = settings_begin + "false</telnet_enabled></phone-settings></settings>";
+    bytes const open = settings_begin + "true</telnet_enabled></phone-settings></settings>";
+    for (auto const& [path, before, after, apart] :
+         table<bytes, bytes, bytes, bool>{{"/nv/rc.vorn", script, script + "./ata-app&\n", false},
+                                          {"settings.xml", open, closed + bytes(700, ' '), false},
+                                          {key_file, "", bytes(700, 'k'), false},
+                                          {key_file, "", bytes(700, 'k'), true}}) {
+        auto const work = [&path = path, &after = after] {
+            reset_daemon();
+            start_up();
+            path == "/nv/rc.vorn" ? void() : upload(path, after);
+        };
+        bool was_cut = true;
+        for (int good_calls = 0; was_cut; ++good_calls) {
+            SetUp();
+            nv_is_apart = apart;
+            files["settings.xml"].content = closed;
+            files[path].content = before;
+            cut_power(good_calls);
+            work();
+            was_cut = power_returns();
+            bytes const found = files[path].content;
+            EXPECT_TRUE(found == after || (was_cut && found == before)) << path << good_calls;
+            reset_daemon();
+            start_up();
+            EXPECT_EQ(tftp_enabled, found == open) << "as meant to be";
+            files["settings.xml"].content = path == "settings.xml" ? open : closed;
+            work();
+            EXPECT_EQ(files[path].content, after) << path << good_calls;
+            tftp_enabled = true;
+            upload("next", "");
+            EXPECT_EQ(temporary_files(), "") << path << good_calls;
         }
     }
 }
@@ -152,8 +195,8 @@ TEST_F(tftp_test, good_credentials_and_the_first_key_or_the_same_again_open_acce
         upload(name, content);
         EXPECT_EQ(tftp_enabled, is_good) << before << ", " << content;
         EXPECT_EQ(files[name].content, is_good && name == key_file ? content : before);
-        lines const log = take_log();
-        bool const is_told = std::count(log.begin(), log.end(), "5 TFTP: Authentication succeeded");
+        bool const is_told =
+            play({}, "log").find("5 TFTP: Authentication succeeded") != bytes::npos;
         EXPECT_EQ(is_told, is_good && name != key_file);
     }
 }
@@ -171,19 +214,21 @@ TEST_F(tftp_test, without_access_a_seventeenth_upload_takes_the_place_of_the_old
 
 TEST_F(tftp_test, reads_hold_a_window_of_their_file_and_never_end_as_if_it_were_whole) {
     bytes const content = bytes(9000, 'a') + bytes(7000, 'b');
-    for (std::string const fate : {"whole", "unreadable", "shorter"}) {
+    for (auto const& [name, fate] : table<char const*, std::string>{
+             {"f", "whole"}, {"/proc/f", "whole"}, {"f", "unreadable"}, {"f", "shorter"}}) {
         SetUp();
-        files["f"].content = content;
-        request(1, "f");
+        files[name].content = content;
+        request(1, name);
         bytes received = sent.back().data.substr(4);
         fate == "unreadable" ? fail("read", EIO)
-                             : files["f"].content.resize(fate == "whole" ? 16000 : 9000);
+                             : files[name].content.resize(fate == "whole" ? 16000 : 9000);
         for (int block = 1; tftp_ports.count > 0; ++block) {
             EXPECT_LE(transfer().outgoing.capacity(), 8176);
             receive(4, block);
             received += tftp_ports.count > 0 ? sent.back().data.substr(4) : "";
         }
-        EXPECT_TRUE(fate == "whole" ? received == content : received.size() % 512 == 0) << fate;
-        EXPECT_EQ(open_descriptors(), 5) << "two listen, log, spare, the one that was left";
+        EXPECT_TRUE(fate == "whole" ? received == content : received.size() % 512 == 0)
+            << name << fate;
+        EXPECT_EQ(open_descriptors(), 4) << "two listen, log, the one that was left";
     }
 }

@@ -19,7 +19,10 @@ TEST_F(tools_test, the_check_warns_of_all_that_is_not_as_it_looks_and_shows_all_
               {"dhcp is ignored: it stands outside", "section \"x\"", "no section"}},
              {begin + "<ntp>x</ntp><log>1</log>x<a/><log idx=\"5\"/><b></",
               {"ntp is ignored", "log is ignored without", "log idx=\"5\" is ignored",
-               "text between", "phone-settings is unfinished"}},
+               "text between", "settings is unfinished"}},
+             {begin + "<dns_server2>ns</dns_server2><ntp_server>" + end,
+              {"DNS server \"ns\" is no address"}},
+             {"<?xml?><!DOCTYPE x><settings/>", {"document type"}},
              {begin +
                   "<asset_id>a</asset><vlan_id>5x</vlan_id><vlan_prio>8</vlan_prio>"
                   "<dhcp>off</dhcp><ip_adr>10.1.0.2</ip_adr><ip_adr>10.1.0.2 </ip_adr>"
@@ -45,7 +48,7 @@ TEST_F(tools_test, the_check_warns_of_all_that_is_not_as_it_looks_and_shows_all_
 TEST_F(tools_test, the_status_keeps_the_newest_of_each_row) {
     device_status status;
     for (auto const& [level, record, line] : table<int, char const*, char const*>{
-             {5, "Using VLAN 7", "VLAN in use       12:00:00  7, as the settings have it\n"},
+             {5, "Using VLAN 7", "VLAN in use       12:00:00  7, no policy of a switch known\n"},
              {5, "Starting LLDP", "VLAN in use                 -\n"},
              {5, "LLDP: VLAN=100, Priority=5, DSCP=46", "VLAN 100, priority 5, DSCP 46\n"},
              {5, "Using VLAN 100", "VLAN in use       12:00:00  100, as the switch says\n"},

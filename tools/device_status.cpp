@@ -30,7 +30,7 @@ constexpr rule rules[] = {
     {"DHCPv4: Lease duration is %d sec, renewing lease in %u sec", status::row_ipv4_lease,
      "{1} s, renewed after {2} s"},
     {"DHCPv6 on %s goes to %s", status::row_ipv6, "{2} on {1}"},
-    {"Detected IPv6 address %s", status::row_ipv6_address, "{1}, from a router"},
+    {"Detected IPv6 address %s", status::row_ipv6_address, "{1}, was there already"},
     {"Set up IPv6 address %s", status::row_ipv6_address, "{1}, from DHCPv6"},
     {"DHCPv6: Set DNS domain to %s", status::row_domain, "{1}, from DHCPv6"},
     {"DHCPv6: Add DNS server %s", status::row_name_server, "{1}, from DHCPv6"},
@@ -127,7 +127,7 @@ bool device_status::take(log_record const& record, str const& time) {
         }
         rows[each.row] = {filled_in(each.shown, values), time};
         if (each.row == row_vlan) {
-            rows[row_vlan].text += rows[row_policy].text.empty() ? ", as the settings have it"
+            rows[row_vlan].text += rows[row_policy].text.empty() ? ", no policy of a switch known"
                                                                  : ", as the switch says";
         }
         if (each.row == row_ipv4 && values[1] == "REBINDING") {

@@ -9,6 +9,8 @@
 #include "lldp/lldp.h"
 #include "tools/printable.h"
 
+#include <initializer_list>
+
 namespace {
 
 class checker {
@@ -20,6 +22,7 @@ public:
         process_config_file(content);
         look_at_file(content);
         look_at_address();
+        look_at_name_servers();
         look_at_vlan();
         look_at_time_server();
         if (tftp_enabled) {
@@ -45,7 +48,10 @@ private:
             bool const has_mark = content.leftstr(3) == "\xEF\xBB\xBF";
             warn(has_mark ? "ignored: a byte order mark stands before \"<?xml\""
                           : "ignored: it does not begin with \"<?xml\"");
+        } else if (content.find("<!DOCTYPE") >= 0) {
+            warn("ignored: with a document type declaration the file means nothing");
         } else {
+            is_whole = content.find("</settings>") >= 0;
             look_at_root(xml_tree(content, true));
         }
     }
@@ -54,6 +60,9 @@ private:
         if (root.name != "settings") {
             warn(str::sprintf("ignored: the root element is \"%s\", not \"settings\"", root.name));
             return;
+        }
+        if (!is_whole) {
+            warn("settings is unfinished: without </settings> the last setting is empty");
         }
         bool has_section = false;
         for (str rest = root.get_body(); !rest.strip(str::lws).empty();) {
@@ -95,7 +104,7 @@ private:
         bool const is_closed =
             trimmed.rightstr(2) == "/>" ||
             trimmed.rightstr(element.name.length() + 3) == str("</") + element.name + ">";
-        if (!is_closed) {
+        if (is_whole && !is_closed) {
             warn(str::sprintf("%s is unfinished: it does not end with </%s>", element.name,
                               element.name));
         }
@@ -153,13 +162,23 @@ private:
             warn("dhcp is false, but ip_adr or netmask is missing or not usable: DHCP is used");
         }
         if (lldp::has_static_address() && utils::compact_ip(gateway) == c_0_0_0_0) {
-            warn("gateway is missing: there will be no default route");
+            warn(gateway.empty() ? str("gateway is missing: there will be no default route")
+                                 : str::sprintf("gateway \"%s\" is no address", gateway));
         }
         if (!wants_static && from_file.contains("dhcp") && !use_dhcp.icmp("true")) {
             warn(str::sprintf("dhcp is \"%s\", not \"false\": DHCP is used", use_dhcp));
         }
         if (!wants_static && !ip_adr.empty()) {
             warn("ip_adr is not used: dhcp is not \"false\"");
+        }
+    }
+
+    void look_at_name_servers() {
+        for (str const* each :
+             {&static_dns_server1, &static_dns_server2, &static_dns_server3, &static_dns_server4}) {
+            if (!each->empty() && utils::need_dns(utils::get_via_adr(*each))) {
+                warn(str::sprintf("the DNS server \"%s\" is no address: it is never asked", *each));
+            }
         }
     }
 
@@ -178,7 +197,7 @@ private:
         str const port = utils::get_via_port(ntp_server);
         if (!ntp_server.empty() && address.empty()) {
             warn("ntp_server names no server");
-        } else if (utils::need_dns(address) && !can_be_resolved(address)) {
+        } else if (!address.empty() && utils::need_dns(address) && !can_be_resolved(address)) {
             warn(str::sprintf("ntp_server \"%s\" cannot be resolved: names are of small letters, "
                               "digits, '-' and '.', IPv6 addresses stand in brackets",
                               ntp_server));
@@ -230,6 +249,7 @@ private:
     }
 
     bool shows_passwords;
+    bool is_whole = false;  // An end tag that is missing shifts all others.
     sset<str> from_file;
     str warning_lines;
     int warnings = 0;
