@@ -17,29 +17,20 @@
 #include "dhcp/dhcp.h"
 #include "dhcp6/dhcp6.h"
 #include "dns/dns_resolver.h"
+#include "lib/utils.h"
 #include "lib/xml_tree.h"
 #include "lldp/lldp.h"
 #include "ntp/ntp_client.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <iterator>
-#include <vector>
 
 using namespace sim;
 
 namespace {
 
-constexpr char separator[] = "<|>";
-constexpr size_t steps_max = 24;
+constexpr int steps_max = 24;
 constexpr double virtual_time_max = 7500;  // seconds in one input
-constexpr double pauses[] = {0, 0, 0, 0.5, 1, 5, 21};
-constexpr int longest_wait = 3700;  // seconds, for the next timer
-
-unsigned int number(bytes const& data, size_t i) {
-    return i < data.size() ? static_cast<unsigned char>(data[i]) : 0;
-}
+constexpr int longest_wait = 3700;         // seconds, for the next timer
 
 // --- What the owners do ---
 
@@ -50,9 +41,8 @@ void names(str const& text, unsigned int variant) {
         EXPECT_TRUE(dns_services.resolve_alias(end) == end) << of(text);
         str value;
         int seconds_left;
-        bool const is_known = dns_services.cache_lookup(text, dns_resolver::type_a, value);
-        EXPECT_TRUE(dns_services.cache_lookup(text, dns_resolver::type_a, value, seconds_left) ==
-                    is_known);
+        EXPECT_EQ(dns_services.cache_lookup(text, dns_resolver::type_a, value, seconds_left),
+                  dns_services.cache_lookup(text, dns_resolver::type_a, value));
     } else if (variant == 3) {
         static_dns_domain = text;
     } else {
@@ -133,53 +123,55 @@ void documents(str const& text, unsigned int variant) {
 }
 
 struct target {
-    char const* name;
-    reader_number readers[2];
+    char const* readers[2];
     char const* file;
     void (*own)(str const& text, unsigned int variant);
 };
 
-target const targets[] = {
-    {"arp_frame", {reader_arp, reader_dhcp}, "", dhcp_clients},
-    {"dhcp_message", {reader_dhcp, reader_dhcp_frame}, "resolv.conf", dhcp_clients},
-    {"dhcp6_message", {reader_dhcp6, reader_dns}, "/proc/net/if_inet6", dhcp6_clients},
-    {"dns_answer", {reader_dns, reader_ntp}, "", names},
-    {"eapol_frame", {reader_eapol, reader_lldp}, "", agents},
-    {"lldp_frame", {reader_lldp, reader_eapol}, "/proc/avalanche/cpmac_link", agents},
-    {"ntp_reply", {reader_ntp, reader_dns}, "", time_clients},
-    {"settings_file", {reader_count, reader_count}, "settings.xml", documents},
-    {"tftp_packets", {reader_tftp_request, reader_tftp_transfer}, "settings.xml", access},
+std::map<std::string, target> const targets = {
+    {"arp_frame", {{"ARP", "DHCPv4"}, "", dhcp_clients}},
+    {"dhcp_message", {{"DHCPv4", "DHCPv4 frame"}, "resolv.conf", dhcp_clients}},
+    {"dhcp6_message", {{"DHCPv6", "DNS"}, "/proc/net/if_inet6", dhcp6_clients}},
+    {"dns_answer", {{"DNS", "NTP"}, "", names}},
+    {"eapol_frame", {{"EAPOL", "LLDP"}, "", agents}},
+    {"lldp_frame", {{"LLDP", "EAPOL"}, "/proc/avalanche/cpmac_link", agents}},
+    {"ntp_reply", {{"NTP", "DNS"}, "", time_clients}},
+    {"settings_file", {{}, "settings.xml", documents}},
+    {"tftp_packets", {{"TFTP request", "TFTP transfer"}, "settings.xml", access}},
 };
 
 // --- How an input is played ---
 
-void pass_time(unsigned int pause) {
-    if (pause < std::size(pauses)) {
-        run_for(pauses[pause]);
-        return;
-    }
-    int const delay = timeout_queue::global_queue.delay(true);
-    run_for(delay > 0 && delay <= longest_wait * 1000 ? delay / 1000.0 : 0);
-}
-
 // Or all are good again.
-void fail_some_call(bytes const& choice) {
+void fail_some_call(str const& choice) {
     static char const* const calls[] = {"ioctl",  "socket",  "sendto", "open", "write",
                                         "rename", "connect", "read",   "none"};
     repair();
-    fail(calls[number(choice, 0) % std::size(calls)], number(choice, 1) & 1 ? EMFILE : EIO);
+    fail(calls[utils::number_at(choice, 0, 1) % std::size(calls)],
+         utils::number_at(choice, 1, 1) & 1 ? EMFILE : EIO);
 }
 
-std::vector<bytes> steps_of(bytes const& input) {
-    std::vector<bytes> steps;
-    for (size_t start = 0; steps.size() < steps_max && start < input.size();) {
-        size_t const end = std::min(input.find(separator, start), input.size());
-        if (end > start) {
-            steps.push_back(input.substr(start, end - start));
-        }
-        start = end + sizeof separator - 1;
+void take(target const& chosen, bytes const& step, meter& watch) {
+    unsigned int const control = static_cast<unsigned char>(step[0]);
+    unsigned int const kind = control & 7;
+    bytes const data = step.substr(1);
+    if (kind < 4 && chosen.readers[0]) {
+        reader const& where = readers.at(chosen.readers[kind / 2]);
+        bytes const packet = data.substr(0, where.size_max());
+        where.arrive(kind % 2 ? where.fitted(packet) : packet);
+        watch.expect_cheap(
+            packet.size(), [] { run_for(0); }, where.beyond);
+    } else if (kind == 4) {
+        files[chosen.file].content = data;
+    } else if (kind == 7) {
+        fail_some_call(to_str(data));
+    } else {
+        chosen.own(to_str(data), control >> 3 & 3);
     }
-    return steps;
+    int const delay = timeout_queue::global_queue.delay(true);
+    bool const is_near = delay > 0 && delay <= longest_wait * 1000;
+    double const pauses[] = {0, 0, 0, 0.5, 1, 5, 21, is_near ? delay / 1000.0 : 0};
+    run_for(pauses[control >> 5]);
 }
 
 class world : public sim::test {
@@ -189,53 +181,32 @@ public:
         srand(1);
         first_descriptor = 20;  // The main loop looks at every number up to the largest.
         log_level = 9;
-        chosen.readers[0] == reader_count ? settings.init() : readers[chosen.readers[0]].begin();
+        chosen.readers[0] ? readers.at(chosen.readers[0]).begin() : settings.init();
         meter watch;
-        for (bytes const& step : steps_of(input)) {
-            if (now() < virtual_time_max) {
-                take(chosen, step, watch);
+        size_t start = 0;
+        for (int steps = 0; steps < steps_max && start < input.size();) {
+            size_t const end = std::min(input.find("<|>", start), input.size());
+            if (end > start && now() < virtual_time_max) {
+                take(chosen, input.substr(start, end - start), watch);
             }
+            steps += end > start;
+            start = end + 3;
         }
         TearDown();
     }
 
 private:
-    static void take(target const& chosen, bytes const& step, meter& watch) {
-        unsigned int const control = number(step, 0);
-        unsigned int const kind = control & 7;
-        bytes const data = step.substr(1);
-        if (kind < 4 && chosen.readers[kind / 2] != reader_count) {
-            reader const& where = readers[chosen.readers[kind / 2]];
-            bytes const packet = data.substr(0, where.size_max);
-            where.arrive(kind % 2 ? where.fitted(packet) : packet);
-            watch.expect_cheap(
-                packet.size(), [] { run_for(0); }, where.beyond);
-        } else if (kind == 4) {
-            files[chosen.file].content = data;
-        } else if (kind == 7) {
-            fail_some_call(data);
-        } else {
-            chosen.own(to_str(data), control >> 3 & 3);
-        }
-        pass_time(control >> 5);
-    }
     void TestBody() override {}
 };
-
-target const& chosen_target() {
-    GTEST_FLAG_SET(break_on_failure, true);
-    bytes const name = getenv("FUZZ_TARGET");
-    return *std::find_if(std::begin(targets), std::end(targets),
-                         [&](target const& each) { return name == each.name; });
-}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, size_t size) {
-    static target const& chosen = chosen_target();
+    static target const& chosen = targets.at(getenv("FUZZ_TARGET"));
     static world simulated;
     static meter all_inputs;
     static int inputs = 0;
+    GTEST_FLAG_SET(break_on_failure, true);
     simulated.play(chosen, bytes(reinterpret_cast<char const*>(data), size));
     if (++inputs % 1024 == 0) {
         all_inputs.expect_cheap(0, [] {});  // Nothing piles up.

@@ -8,27 +8,30 @@
 #include "ntp/ntp_client.h"
 #include "tftp/tftp.h"
 
-#include <functional>
-
 using namespace sim;
 
 namespace {
 
 bytes const headers = hex("4500000000000000 4011 0000 c0000201 ffffffff 0043 0044 0000 0000");
 
-bytes unchanged(bytes const& data) {
-    return data;
-}
-
-void nothing() {}
-
-void at_socket(int fd, bytes const& data, std::string const& from) {
-    if (fd != -1) {
-        datagram_arrives_at(fd, data, from);
-    }
-}
-
-// --- Names and time ---
+// The message that an answer leads to has its own length, however short the answer.
+constexpr cost next_message = {.packet_bytes = 600};
+// A lease configures and publishes a dozen things, and begins the address check.
+constexpr cost lease = {.packet_bytes = 600, .records = 5};
+// The DHCPv6 reply logs each of its servers. It lets two time clients begin; their question goes to
+// all name servers, eight at most, and each socket that cannot be made nonblocking is logged.
+constexpr cost lease6 = {.packets = 7, .packet_bytes = 900, .records = 12, .record_bytes = 1000};
+// The first policy starts the clients of both address families.
+constexpr cost policy = {.packets = 1, .packet_bytes = 600, .records = 2};
+// An answer about a name lets the SNTP clients ask their next questions, of all name servers, or
+// send a request. Each alias whose target cannot be leaves a record.
+constexpr cost next_question = {
+    .packets = 7, .packet_bytes = 900, .records = 6000, .record_bytes = 6000 * 60};
+// The name of a file, as long as a path may be, stands in the log; a reader holds a window.
+constexpr cost file_request = {.kept = 100 * 8192, .packet_bytes = 600, .record_bytes = 4096};
+// Each EAP Request of a frame draws a response and a record; the frame is traced in hex.
+constexpr cost requests = {
+    .packets = 300, .packet_bytes = 20000, .records = 300, .record_bytes = 30000};
 
 void begin_time(str const& server) {
     use_dhcp = str::f;
@@ -38,13 +41,13 @@ void begin_time(str const& server) {
     start_manual_ntp_server();
 }
 
-bytes fitted_answer(bytes const& data) {
-    return patched(data, 0, big_endian(unsigned(dns_services.next_id) - 1, 2));
+places in_answer(bytes const&) {
+    return {{0, big_endian(unsigned(dns_services.next_id) - 1, 2)}};
 }
 
-void reply_arrives(bytes const& data) {
+void reply_to_all(bytes const& data) {
     for (ntp_client const& each : ntp) {
-        at_socket(each.socket, data, each.ipv6 ? "2001:db8::9" : "192.0.2.9");
+        datagram_arrives_at(each.socket, data, each.ipv6 ? "2001:db8::9" : "192.0.2.9");
     }
 }
 
@@ -59,51 +62,29 @@ void begin_dhcp() {
     client().start("eth1");
 }
 
-bytes fitted_frame(bytes const& data) {
-    return patched(data, headers.size() + 4, of(client().xid));
+places in_frame(bytes const&) {
+    return {{headers.size() + 4, of(client().xid)}};
 }
 
-bytes fitted_message(bytes const& data) {
-    return patched(patched(patched(data, 0, "\2"), 4, of(client().xid)), 236, hex("63825363"));
-}
-
-void frame_to_client(bytes const& frame) {
-    frame_arrives("eth1", 0x0800, frame);
+places in_message(bytes const&) {
+    return {{0, "\2"}, {4, of(client().xid)}, {236, hex("63825363")}};
 }
 
 // To whichever socket is open.
 void message_to_client(bytes const& message) {
-    client().raw_mode ? frame_to_client((headers + message).substr(0, frame_max))
+    client().raw_mode ? frame_arrives("eth1", 0x0800, (headers + message).substr(0, 1500))
                       : datagram_arrives(68, message);
 }
 
-void reply(char type) {
-    message_to_client(fitted_message(bytes(16, '\0') + hex("c0000232") + bytes(220, '\0') +
-                                     hex("3604c0000201 3501") + type));
-    run_for(0);
-}
-
-void await_by_frame() {
-    if (!client().raw_mode || client().state == dhcp::state_init) {
-        client().stop();
-        client().start("eth1");
-    }
-}
-
 void await_at_udp() {
-    if (client().raw_mode) {
-        reply(2);
-        reply(5);
+    for (char const type : {2, 5}) {
+        if (client().raw_mode) {
+            bytes const reply = bytes(16, '\0') + hex("c0000232") + bytes(220, '\0');
+            message_to_client(readers.at("DHCPv4").fitted(reply + hex("3604c0000201 3501") + type));
+            run_for(0);
+        }
     }
     dhcp::t1_callback("eth1");
-}
-
-void await_probe_answer() {
-    if (client().arp_fd == -1) {
-        client().stop();
-        client().start("eth1");
-        reply(2);
-    }
 }
 
 // --- DHCPv6: awaits a REPLY and an ADVERTISE in turn ---
@@ -122,9 +103,8 @@ void await_message6() {
     client6().goto_state(has_solicited ? dhcp6::state_request : dhcp6::state_solicit);
 }
 
-bytes fitted6(bytes const& message) {
-    bytes const ours = patched(message, 1, of(client6().message.transaction_id()));
-    return patched(ours, std::min(ours.find("IAID"), ours.size()), of(client6().iaid));
+places in_message6(bytes const& data) {
+    return {{1, of(client6().message.transaction_id())}, {data.find("IAID"), of(client6().iaid)}};
 }
 
 // --- The switch, which guards its port ---
@@ -136,14 +116,13 @@ void begin_agent() {
     lldp::clients.find_or_insert("eth1").start("eth1");
 }
 
-bytes fitted_tlvs(bytes const& data) {
-    return patched(data, 0, hex("0180c200000e 02deadbeef00 88cc"));
+places in_lldp(bytes const&) {
+    return {{0, hex("0180c200000e 02deadbeef00 88cc")}};
 }
 
-bytes fitted_eap(bytes const& data) {
-    return patched(data, 0,
-                   hex("0180c2000003 02deadbeef00 888e 0100") +
-                       big_endian(unsigned(data.size()) - 18, 2));
+places in_eapol(bytes const& data) {
+    return {{0, hex("0180c2000003 02deadbeef00 888e 0100")},
+            {16, big_endian(unsigned(data.size()) - 18, 2)}};
 }
 
 // --- Files ---
@@ -180,42 +159,49 @@ void await_block() {
 }
 
 // The awaited block, or the acknowledgement of the one that was sent.
-bytes fitted_block(bytes const& data) {
+places in_block(bytes const& data) {
     tftp_result const* const to = newest_transfer();
     unsigned int const block = to ? to->block + (data.size() > 1 && data[1] == 3) : 0;
-    return patched(data, 2, big_endian(block, 2));
+    return {{2, big_endian(block, 2)}};
 }
 
 void block_arrives(bytes const& data) {
     tftp_result const* const to = newest_transfer();
-    at_socket(to ? to->socket : -1, data, "192.0.2.1");
+    datagram_arrives_at(to ? to->socket : -1, data, "192.0.2.1");
+}
+
+places none(bytes const&) {
+    return {};
 }
 
 }  // namespace
 
-bytes patched(bytes const& data, size_t offset, bytes const& part) {
-    bytes result = data;
-    for (size_t i = 0; i < part.size() && offset + i < data.size(); ++i) {
-        result[offset + i] = part[i];
+bytes reader::fitted(bytes data) const {
+    for (auto const& [offset, part] : ours(data)) {
+        size_t const start = std::min(offset, data.size());
+        size_t const size = std::min(part.size(), data.size() - start);
+        data.replace(start, size, part, 0, size);
     }
-    return result;
+    return data;
 }
 
-reader const readers[reader_count] = {
-    {"DNS", datagram_max, [] { begin_time("pool.ntp.org"); }, nothing, fitted_answer,
-     [](bytes const& data) { at_socket(dns_socket4, data, "192.0.2.1"); }, next_question},
-    {"DHCPv4 frame", frame_max, begin_dhcp, await_by_frame, fitted_frame, frame_to_client, lease},
-    {"DHCPv4", datagram_max, begin_dhcp, await_at_udp, fitted_message, message_to_client, lease},
-    {"ARP", frame_max, begin_dhcp, await_probe_answer, unchanged,
-     [](bytes const& data) { frame_arrives("eth1", 0x0806, data); }, next_message},
-    {"DHCPv6", datagram_max, begin_dhcp6, await_message6, fitted6,
-     [](bytes const& data) { datagram_arrives(546, data, "fe80::1"); }, lease6},
-    {"LLDP", frame_max, begin_agent, nothing, fitted_tlvs,
-     [](bytes const& data) { frame_arrives("eth1", 0x88CC, data); }, policy},
-    {"EAPOL", frame_max, begin_agent, nothing, fitted_eap,
-     [](bytes const& data) { frame_arrives("eth1", 0x888E, data); }, requests},
-    {"NTP", datagram_max, [] { begin_time("192.0.2.9"); }, nothing, unchanged, reply_arrives, {}},
-    {"TFTP request", datagram_max, begin_tftp, nothing, unchanged, request, file_request},
-    {"TFTP transfer", datagram_max, begin_tftp, await_block, fitted_block, block_arrives,
-     next_message},
+void reader::arrive(bytes const& data) const {
+    ether_type ? frame_arrives("eth1", ether_type, data) : take(data);
+}
+
+std::map<std::string, reader> const readers = {
+    {"DNS",
+     {0, next_question, [] { begin_time("pool.ntp.org"); }, in_answer,
+      [](auto& data) { datagram_arrives_at(dns_socket4, data, "192.0.2.1"); }}},
+    {"NTP", {0, {}, [] { begin_time("192.0.2.9"); }, none, reply_to_all}},
+    {"DHCPv4 frame", {0x0800, lease, begin_dhcp, in_frame}},
+    {"DHCPv4", {0, lease, begin_dhcp, in_message, message_to_client, await_at_udp}},
+    {"ARP", {0x0806, next_message, begin_dhcp, none}},
+    {"DHCPv6",
+     {0, lease6, begin_dhcp6, in_message6,
+      [](auto& data) { datagram_arrives(546, data, "fe80::1"); }, await_message6}},
+    {"LLDP", {0x88CC, policy, begin_agent, in_lldp}},
+    {"EAPOL", {0x888E, requests, begin_agent, in_eapol}},
+    {"TFTP request", {0, file_request, begin_tftp, none, request}},
+    {"TFTP transfer", {0, next_message, begin_tftp, in_block, block_arrives, await_block}},
 };

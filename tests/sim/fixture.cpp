@@ -20,6 +20,9 @@ namespace sim {
 
 namespace {
 
+using ::descriptors::abandoned;
+using ::descriptors::spare;
+
 // The first case finds and keeps the initial values.
 template<class value>
 void restore(value& global) {
@@ -27,42 +30,32 @@ void restore(value& global) {
     global = initial.emplace(&global, global).first->second;
 }
 
+template<class... object>
+void renew(object&... old) {
+    (..., (old.~object(), new (&old) object));
+}
+
 // One line for each variable that a header of the daemon declares: see ../CMakeLists.txt.
 void restore_globals() {
-    using ::descriptors::spare;
 #include "globals.inc"
 }
 
 }  // namespace
 
 void reset_daemon() {
-    dhcp::clients.clear();
-    dhcp6::clients.clear();
-    lldp::clients.clear();
-    link_timer.clear();
-    for (ntp_client& client : ntp) {
-        descriptors::close(client.socket);
-        client.~ntp_client();
-        new (&client) ntp_client;
+    for (int const fd : {dns_socket4, dns_socket6, fd_tftp4, fd_tftp6, log_fd, spare, ntp[0].socket,
+                         ntp[1].socket, ntp[2].socket}) {
+        close(fd);
     }
-    init_ntp();
     for (auto* each = tftp_ports.first(); each; each = tftp_ports.next(each)) {
         close(each->key);
     }
-    tftp_ports.clear();
-    dns_services.clear();
-    dns_services.requests.clear();
-    dns_services.pending.clear();
-    dns_services.next_id = 1;
-    dns_resolver::best_server.clear();
-    settings.registered.clear();
-    for (; descriptors::abandoned.head; descriptors::abandoned.remove_first()) {
-        close(descriptors::abandoned.head->value);
+    for (auto* each = abandoned.head; each; each = each->next) {
+        close(each->value);
     }
-    for (int* fd :
-         {&dns_socket4, &dns_socket6, &fd_tftp4, &fd_tftp6, &log_fd, &descriptors::spare}) {
-        descriptors::close(*fd);
-    }
+    renew(dhcp::clients, dhcp6::clients, lldp::clients, link_timer, ntp[0], ntp[1], ntp[2],
+          tftp_ports, dns_services, dns_resolver::best_server, settings, abandoned);
+    init_ntp();
     restore_globals();
 }
 

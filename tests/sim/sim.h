@@ -9,10 +9,8 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
-#include <ostream>
 #include <random>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace sim {
@@ -43,8 +41,7 @@ void say(std::string const& text);  // among what left
 double now();
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
-void run_for(double seconds);
-extern int handler_ms;  // what the daemon takes for each packet
+inline auto const run_for = [](double seconds) { run_until(now() + seconds); };
 // The outside acts at a moment, once the daemon waits.
 void at(double moment, std::function<void()> const& action);
 
@@ -67,12 +64,12 @@ bool power_returns();
 
 // What the daemon did to the world, in order: "read PATH", "write PATH", "SIOCSIFADDR eth1
 // 192.0.2.2", "sleep 1", "reboot 1234567", ...
-lines take_journal();
+extern lines journal;
+inline auto const take_journal = [] { return std::exchange(journal, {}); };
 
 // --- The log pipe: as written, or decoded to "LEVEL TEXT", then " | EXTRA" if there is one ---
 extern std::vector<bytes> log_records;
 lines take_log();
-int count_logged(std::string const& line);  // does not take
 
 // --- Interfaces ---
 extern std::map<std::string, int> interfaces;          // index by name: "eth1" has 2
@@ -88,7 +85,7 @@ struct packet {
     unsigned int socket;  // a number of its own, never used again
 };
 extern std::vector<packet> sent;
-std::vector<packet> take_sent();
+inline auto const take_sent = [] { return std::exchange(sent, {}); };
 // To the packet sockets of that type on that interface, or the UDP sockets of that port, unless
 // they are bound to another device. IPv4 reaches an interface without an address only by broadcast.
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data);
@@ -113,6 +110,28 @@ extern int descriptors_max;              // open at a time
 int open_descriptors();
 
 bytes damaged(bytes const& good, std::minstd_rand& random);
+
+// --- What foreign packets cost: strangers send as many as the wire carries ---
+// What the rules of a protocol demand beyond the limits for all.
+struct cost {
+    long kept = 0;  // bytes of the pool's blocks, by all packets so far
+    size_t packets = 0;
+    size_t packet_bytes = 0;
+    size_t records = 0;
+    size_t record_bytes = 0;
+};
+// Watches a row of packets.
+class meter {
+public:
+    meter();
+    long kept() const;  // bytes of the pool's blocks, by all packets so far
+    // Fails when what `deliver` lets the daemon do costs more than a packet of that size may.
+    void expect_cheap(size_t size, std::function<void()> const& deliver, cost const& beyond = {});
+
+private:
+    long const before;
+    size_t largest = 0;  // bytes of a packet so far
+};
 
 // A fresh world; every global of the daemon as at its start.
 void reset_world();

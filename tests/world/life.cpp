@@ -2,7 +2,7 @@
 // kind, in between a healthy network, on which the device must come to a lease and a set clock, or
 // else to one of the ends that the protocols' rules lead to.
 //   life SEED DAYS [--log]     the same seed plays the same life again
-#include "sim/meter.h"
+#include "sim/sim.h"
 
 #include "config/settings.h"
 #include "core/main_loop.h"
