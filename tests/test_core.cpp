@@ -139,6 +139,31 @@ TEST_F(core_test, only_a_change_between_two_readings_restarts_or_stops_the_agent
               "Ethernet link went up again, restarting network on eth1, 51 52 LLDP");
 }
 
+TEST_F(core_test, packets_do_not_hold_up_timers) {
+    lldp::clients.find_or_insert("eth1").start("eth1");
+    run_until(10);
+    handler_ms = 30;
+    for (int i = 1; i < 200; ++i) {
+        at(10 + 0.01 * i, [] { frame_arrives("eth1", 0x88CC, hex("0180c200000e 78787878")); });
+    }
+    timeout timer;
+    arm(timer, 970, "in the middle");
+    while (timer.active) {
+        main_loop_pass();
+    }
+    EXPECT_NEAR(now(), 10.97, 0.03) << "after one handler at the latest";
+}
+
+TEST_F(core_test, devices_that_start_at_once_draw_different_numbers) {
+    std::map<int, bytes> drawn;
+    for (bytes const mac : {"00:04:aa:bb:cc:dd", "00:04:aa:bb:cc:de", "00:04:ab:bb:cc:dd"}) {
+        SetUp();
+        files["/nv/mac.txt"].content = mac;
+        start_up();
+        EXPECT_TRUE(drawn.emplace(rand(), mac).second) << mac;
+    }
+}
+
 TEST_F(core_test, a_pass_serves_one_packet_a_descriptor_in_key_order_and_no_timer) {
     bytes const headers = bytes(9, '\0') + hex("11") + bytes(13, '\0') + hex("44") + bytes(4, '\0');
     interfaces = {{"eth1.1", 11}, {"eth1.2", 12}};

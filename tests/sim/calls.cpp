@@ -38,6 +38,7 @@ ssize_t __real_write(int, void const*, size_t);
 
 namespace sim {
 
+int handler_ms;
 bool expects_all_watched;
 unsigned int clock_ticks_offset;
 bool last_ticks_fail;
@@ -429,6 +430,7 @@ std::string describe(int fd) {
 void reset_world() {
     outside.clear();
     last_ticks_fail = nv_is_apart = power_is_out = is_broadcast = false;
+    handler_ms = 0;
     expects_all_watched = true;
     case_start_ms = clock_ms = (clock_ms + 9) / 10 * 10;
     descriptors.clear();
@@ -704,6 +706,7 @@ ssize_t __wrap_recvfrom(int fd, void* data, size_t size, int flags, struct socka
     }
     auto const [taken, sender] = socket->incoming.front();
     socket->incoming.pop_front();
+    clock_ms += handler_ms;
     if (fails("recvfrom")) {
         return -1;
     }

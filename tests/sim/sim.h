@@ -104,6 +104,7 @@ void repair();
 extern unsigned int clock_ticks_offset;  // added to times()
 extern bool last_ticks_fail;             // times() takes the 4095 counts before a wrap for errors
 extern long long bytes_written;          // to files, but for /proc and uploads on their way
+extern int handler_ms;                   // what the daemon takes for each packet
 extern bool expects_all_watched;         // no data in a socket that select() is not told of
 extern int first_descriptor;             // the numbers of simulated descriptors begin here
 extern int descriptors_max;              // open at a time
