@@ -153,6 +153,7 @@ std::string play(events const& known, std::string const& script) {
 
 void test::tell(events const& known, table<std::string, std::string> const& stories) {
     for (auto const& [script, story] : stories) {
+        TearDown();
         SetUp();
         EXPECT_EQ(play(known, script), story) << script;
     }
