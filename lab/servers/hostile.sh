@@ -1,5 +1,5 @@
 # A hostile neighbour on the switch's side.
-# shellcheck shell=sh disable=SC2154
+# shellcheck shell=bash disable=SC2154
 
 # junk SEED COUNT XID: so many frames of ../hostile.frames to the port, and as many on the voice VLAN. Half of those for
 # the DHCPv4 client have that transaction id, a number.
