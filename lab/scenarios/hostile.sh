@@ -34,7 +34,7 @@ guest() {
     scan 3000 1 big
     gained=$(($(memory_kb HWM) - before))
     note "memory: $before kB, and $gained kB more with $(descriptors) descriptors"
-    expect_between "descriptors with readers" 900 1024 "$(descriptors)"
+    expect_between "descriptors with readers" 500 1024 "$(descriptors)"
     expect_between "kB of memory gained" 0 5119 $gained
     wait_until "the scanner's transfers to end" tftp_get curl $device_address big
     cmp -s /run/tftp/got /run/tftp/big || failure "the file that was fetched is another one"
