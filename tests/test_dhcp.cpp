@@ -153,6 +153,7 @@ TEST_F(dhcp_test, every_event_in_every_state_does_this) {
         // By default, T1 and T2 are a second after 4 and 7 eighths of 10 / 8 * 8.
         {"REQUESTING ack:33040000000a to_t1 to_t2", "0 5, 8"},
         {"REQUESTING ack:3304000000643a04000000143b040000001e to_t1 to_t2", "0 21, 31"},
+        {"REQUESTING ack:330400000e103b0480000000 2 to_t2", "1 2 probe, 2147483647"},
         {"RENEWING ack:3304ffffffff3a0400000014 to_t1 to_t2 state", "1801 1801 0, BOUND"},
         {"REQUESTING ntp:192.0.2.7 ack:2a03c00002", "0 NTP to 0.0.0.0:123"},
         {"REQUESTING ack:2a04c0000209", ""},

@@ -209,6 +209,7 @@ TEST_F(tftp_test, without_access_a_seventeenth_upload_takes_the_place_of_the_old
         request(2, key_file);
     }
     EXPECT_FALSE(tftp_ports.contains(oldest));
+    EXPECT_EQ(describe(oldest), "udp *:0 to 192.0.2.1:69 reuse nonblocking deaf");
     EXPECT_EQ(tftp_ports.count, 17) << "one of them reads";
 }
 
