@@ -17,3 +17,16 @@ is_count() {
     '' | 0* | *[!0-9]*) return 1 ;;
     esac
 }
+
+# with_progress LOG COMMAND...: its output goes to LOG, of which the newest line shows every ten seconds unless $quiet
+with_progress() {
+    progress_log=$1
+    shift
+    (while sleep 10 >/dev/null 2>&1; do [ "$quiet" ] || echo "      $(tail -n 1 "$progress_log" | cut -c -100)" >&2; done) &
+    progress=$!
+    "$@" >"$progress_log" 2>&1
+    progress_status=$?
+    kill $progress 2>/dev/null
+    wait $progress 2>/dev/null
+    return $progress_status
+}
