@@ -95,6 +95,21 @@ TEST_F(dhcp_test, a_discover_has_these_bytes_and_copies_leave_every_3_or_5_secon
         << "since the last copy";
 }
 
+TEST_F(dhcp_test, requests_and_declines_name_client_address_and_server) {
+    bytes const ids = hex("3d07010004aabbccdd 3204c0000232 3604c0000201");
+    bytes const request = hex("350103") + ids + hex("0c07") + "vorn-q7" + hex("370d");
+    for (auto const& [place, client_address, options] : table<char const*, bytes, bytes>{
+             {"REQUESTING", bytes(4, '\0'), request},
+             {"RENEWING", hex("c0000232"), request},
+             {"INIT", bytes(4, '\0'), hex("350104") + ids + hex("ff00")}}) {
+        SetUp();
+        play(world, place);
+        bytes const last = of(client().request.serialize());
+        EXPECT_BYTES(last.substr(12, 4), client_address) << place;
+        EXPECT_BYTES(last.substr(240, options.size()), options) << place;
+    }
+}
+
 TEST_F(dhcp_test, parsing_keeps_what_there_is_of_damaged_options) {
     bytes header;
     for (char i = 1; i <= 44; ++i) {
