@@ -7,11 +7,10 @@ settings_text ${own%false}true http_password=changed log10=7 >/run/tftp/new
 tftp_put curl "$device_address" new settings.xml
 credentials admin changed
 
-xid=$(sed -n 's/.*client provides name//; s/.* \([0-9]*\) DHCPACK.*/\1/p' "$out/dnsmasq.log" | tail -n 1)
 round=0
 while :; do
     round=$((round + 1))
-    junk $round 2000 "$xid"
+    junk $round 2000
     echo "round $round"
     credentials admin $round
     for request in "2 auth.txt" "2 note" "1 settings.xml"; do

@@ -22,7 +22,10 @@ is_count() {
 with_progress() {
     progress_log=$1
     shift
-    (while sleep 10 >/dev/null 2>&1; do [ "$quiet" ] || echo "      $(tail -n 1 "$progress_log" | cut -c -100)" >&2; done) &
+    # An interrupt does not reach what runs in the background: it ends with this script.
+    while sleep 10 >/dev/null 2>&1 && kill -0 $$ 2>/dev/null; do
+        [ "$quiet" ] || echo "      $(tail -n 1 "$progress_log" | cut -c -100)" >&2
+    done &
     progress=$!
     "$@" >"$progress_log" 2>&1
     progress_status=$?

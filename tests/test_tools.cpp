@@ -23,6 +23,7 @@ TEST_F(tools_test, the_check_warns_of_all_that_is_not_as_it_looks_and_shows_all_
              {begin + "<dns_server2>ns</dns_server2><ntp_server>" + end,
               {"DNS server \"ns\" is no address"}},
              {"<?xml?><!DOCTYPE x><settings/>", {"document type"}},
+             {"<?xml?><settings/>", {"no section"}},
              {begin +
                   "<asset_id>a</asset><vlan_id>5x</vlan_id><vlan_prio>8</vlan_prio>"
                   "<dhcp>off</dhcp><ip_adr>10.1.0.2</ip_adr><ip_adr>10.1.0.2 </ip_adr>"

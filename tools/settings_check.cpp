@@ -48,15 +48,18 @@ private:
             bool const has_mark = content.leftstr(3) == "\xEF\xBB\xBF";
             warn(has_mark ? "ignored: a byte order mark stands before \"<?xml\""
                           : "ignored: it does not begin with \"<?xml\"");
-        } else if (content.find("<!DOCTYPE") >= 0) {
-            warn("ignored: with a document type declaration the file means nothing");
         } else {
-            is_whole = content.find("</settings>") >= 0;
-            look_at_root(xml_tree(content, true));
+            is_whole =
+                content.find("</settings>") >= 0 || content.rstrip(str::lws).rightstr(2) == "/>";
+            look_at_root(xml_tree(content, true), content.find("<!DOCTYPE") >= 0);
         }
     }
 
-    void look_at_root(xml_tree const& root) {
+    void look_at_root(xml_tree const& root, bool has_document_type) {
+        if (root.name != "settings" && has_document_type) {
+            warn("ignored: with a document type declaration the file means nothing");
+            return;
+        }
         if (root.name != "settings") {
             warn(str::sprintf("ignored: the root element is \"%s\", not \"settings\"", root.name));
             return;

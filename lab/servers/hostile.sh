@@ -1,11 +1,12 @@
 # A hostile neighbour on the switch's side.
 # shellcheck shell=bash disable=SC2154
 
-# junk SEED COUNT XID: so many frames of ../hostile.frames to the port, and as many on the voice VLAN. Half of those for
-# the DHCPv4 client have that transaction id, a number.
+# junk SEED COUNT: so many frames of ../hostile.frames to the port, and as many on the voice VLAN. Most of those for the
+# DHCPv4 client have the transaction id that dnsmasq has heard last.
 junk() {
     local xid
-    xid=$(printf %08x "$3" | sed 's/../,0x&/g; s/,//')
+    xid=$(sed -n 's/.*client provides name//; s/.* \([0-9]*\) DHCPACK.*/\1/p' "$out/dnsmasq.log" | tail -n 1)
+    xid=$(printf %08x "$xid" | sed 's/../,0x&/g; s/,//')
     cpp -P -D TRUNK hostile.frames | send_frames p1 "$2" "$1"
     cpp -P -D XID="$xid" hostile.frames | send_frames p1.100 "$2" "$1"
 }

@@ -342,6 +342,10 @@ void run_until(double moment) {
     EXPECT_TRUE(power_is_out) << "the main loop goes round without letting time pass";
 }
 
+void run_for(double seconds) {
+    run_until(now() + seconds);
+}
+
 void at(double moment, std::function<void()> const& action) {
     outside.emplace(case_start_ms + std::llround(moment * 1000), action);
 }
@@ -369,6 +373,14 @@ bool power_returns() {
 
 int open_descriptors() {
     return int(descriptors.size());
+}
+
+lines take_journal() {
+    return std::exchange(journal, {});
+}
+
+std::vector<packet> take_sent() {
+    return std::exchange(sent, {});
 }
 
 lines take_log() {

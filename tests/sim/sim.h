@@ -41,7 +41,7 @@ void say(std::string const& text);  // among what left
 double now();
 // Main loop passes until the moment, or for so long; what is due at that very moment is run.
 void run_until(double moment);
-inline auto const run_for = [](double seconds) { run_until(now() + seconds); };
+void run_for(double seconds);
 // The outside acts at a moment, once the daemon waits.
 void at(double moment, std::function<void()> const& action);
 
@@ -65,7 +65,7 @@ bool power_returns();
 // What the daemon did to the world, in order: "read PATH", "write PATH", "SIOCSIFADDR eth1
 // 192.0.2.2", "sleep 1", "reboot 1234567", ...
 extern lines journal;
-inline auto const take_journal = [] { return std::exchange(journal, {}); };
+lines take_journal();
 
 // --- The log pipe: as written, or decoded to "LEVEL TEXT", then " | EXTRA" if there is one ---
 extern std::vector<bytes> log_records;
@@ -85,7 +85,7 @@ struct packet {
     unsigned int socket;  // a number of its own, never used again
 };
 extern std::vector<packet> sent;
-inline auto const take_sent = [] { return std::exchange(sent, {}); };
+std::vector<packet> take_sent();
 // To the packet sockets of that type on that interface, or the UDP sockets of that port, unless
 // they are bound to another device. IPv4 reaches an interface without an address only by broadcast.
 void frame_arrives(std::string const& interface, int ether_type, bytes const& data);

@@ -34,7 +34,9 @@ std::map<std::string, double> counts;     // of the report
 std::map<std::string, std::string> told;  // by the log: the last state of each client
 
 std::mt19937 dice;
-auto const below = [](int count) { return int(dice() % unsigned(count)); };
+int below(int count) {
+    return int(dice() % unsigned(count));
+}
 template<class... value>
 auto one_of(value... all) {
     std::common_type_t<value...> const list[] = {all...};
@@ -54,8 +56,14 @@ int subnet = 1;
 int lease_seconds = 3600;         // 0: for ever
 std::map<bytes, double> granted;  // when each address was; 0: for ever
 
-auto const meets = [](trouble kind) { return below(100) < troubles[kind]; };
-auto const address = [](int number) { return bytes{10, char(subnet), 0, char(number)}; };
+bool meets(trouble kind) {
+    return below(100) < troubles[kind];
+}
+
+bytes address(int number) {
+    return {10, char(subnet), 0, char(number)};
+}
+
 bytes const server6 = hex("20010db8000000000000000000000123");  // of names and time
 
 // What strangers know: answers, in place of the requests for files that are there at first.
